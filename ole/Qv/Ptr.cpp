@@ -1,0 +1,7 @@
+#include <ole/Qv/Ptr.h>
+
+namespace Qv {
+InternalRefCount::~InternalRefCount() = default;
+}  // namespace Qv
+
+iObject::~iObject() = default;

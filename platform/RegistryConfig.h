@@ -1,0 +1,66 @@
+#pragma once
+
+// Registry-style configuration: sections of named text values, persisted as a text file of
+//     [Section]
+//     name=value
+// lines. GlobalConfig() holds the settings of this machine ("global.cfg" in the machine settings
+// directory); UserConfig() those of the user ("user.cfg" in the preferences directory). Each change is
+// written at once, atomically (temporary file + rename), so a crash never leaves a torn file. Names and
+// sections are case-sensitive; values are single lines (line breaks are stored escaped as "\n", a backslash
+// as "\\"). All operations are thread-safe. Typed getters fall back to the default when the value is
+// missing or does not parse.
+
+#include <ole/export.h>
+#include <ole/Qv/LightweightString.h>
+
+#include <map>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+class OLE_API RegistryConfig {
+public:
+    using Text = LightweightString<char>;
+    // The section used by the forms that take no section.
+    static constexpr const char* kDefaultSection = "Configuration";
+
+    // A store backed by the file at `path`; the file is read on first use and need not exist.
+    explicit RegistryConfig(const LightweightString<wchar_t>& path);
+
+    Text getValue(const Text& section, const Text& name, const Text& defaultValue) const;
+    int getValue(const Text& section, const Text& name, int defaultValue) const;
+    long getValue(const Text& section, const Text& name, long defaultValue) const;
+    double getValue(const Text& section, const Text& name, double defaultValue) const;
+    bool getValue(const Text& section, const Text& name, bool defaultValue) const;
+    Text getValue(const Text& name, const Text& defaultValue) const;
+    int getValue(const Text& name, int defaultValue) const;
+
+    bool hasValue(const Text& section, const Text& name) const;
+    // Stores the value and saves the file; false when the file could not be written.
+    bool setValue(const Text& section, const Text& name, const Text& value);
+    bool setValue(const Text& section, const Text& name, int value);
+    bool setValue(const Text& section, const Text& name, bool value);
+    bool setValue(const Text& section, const Text& name, double value);
+    // Removes the value (true when there was one) and saves the file.
+    bool removeValue(const Text& section, const Text& name);
+    // Every (name, value) of a section, in name order.
+    std::vector<std::pair<Text, Text>> getValues(const Text& section) const;
+
+    const LightweightString<wchar_t>& path() const { return path_; }
+    // Forgets what was read, so the next use reads the file again.
+    void reload();
+
+private:
+    using Section = std::map<Text, Text>;
+    void loadLocked() const;
+    bool saveLocked() const;
+    const Text* findLocked(const Text& section, const Text& name) const;
+
+    LightweightString<wchar_t> path_;
+    mutable std::mutex mutex_;
+    mutable bool loaded_ = false;
+    mutable std::map<Text, Section> sections_;
+};
+
+OLE_API RegistryConfig& GlobalConfig();
+OLE_API RegistryConfig& UserConfig();

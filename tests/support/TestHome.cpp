@@ -1,0 +1,60 @@
+#include "support/TestHome.h"
+
+#include <platform/Log.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace oletest {
+
+static std::string makeDirFromTemplate(std::string pattern) {
+    std::vector<char> buffer(pattern.begin(), pattern.end());
+    buffer.push_back('\0');
+    if (!mkdtemp(buffer.data())) throw std::runtime_error("mkdtemp failed for " + pattern);
+    return buffer.data();
+}
+
+const std::string& testHome() {
+    static const std::string home = [] {
+        const char* tmp = std::getenv("TMPDIR");
+        return makeDirFromTemplate(std::string(tmp && *tmp ? tmp : "/tmp") + "/ole-test-XXXXXX");
+    }();
+    return home;
+}
+
+std::string makeTempDir(const std::string& prefix) {
+    return makeDirFromTemplate(testHome() + "/" + prefix + "-XXXXXX");
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+bool writeFile(const std::string& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    return bool(out);
+}
+
+struct LogCapture::Impl : Qv::LogListener {
+    std::string text;
+    Qv::LogListener* previous = nullptr;
+    void logged(const char* piece) override { text += piece; }
+};
+
+LogCapture::LogCapture() : impl_(new Impl) { impl_->previous = Qv::setLogListener(impl_); }
+LogCapture::~LogCapture() {
+    Qv::setLogListener(impl_->previous);
+    delete impl_;
+}
+const std::string& LogCapture::text() const { return impl_->text; }
+
+}  // namespace oletest

@@ -1,0 +1,32 @@
+#pragma once
+
+// Test helpers shared by every test binary.
+
+#include <string>
+
+namespace oletest {
+
+// The temporary directory that $QUORVANE_HOME points at for this test binary.
+const std::string& testHome();
+
+// Makes a fresh empty directory below testHome() and returns its path.
+std::string makeTempDir(const std::string& prefix);
+
+// Reads a whole file; "" when it cannot be read.
+std::string readFile(const std::string& path);
+bool writeFile(const std::string& path, const std::string& content);
+
+// Collects everything logged through Log/LogBoth while it lives.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    const std::string& text() const;
+    bool contains(const std::string& piece) const { return text().find(piece) != std::string::npos; }
+
+private:
+    struct Impl;
+    Impl* impl_;
+};
+
+}  // namespace oletest
