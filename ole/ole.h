@@ -1,7 +1,27 @@
 #pragma once
 
-// Everything libole exports, in one include.
+// Everything libole exports.
 
+#include <ole/export.h>
+
+// Core types
+#include <ole/Qv/Ptr.h>
+#include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Vector.h>
+
+// Platform layer and runtime
+#include <platform/OS.h>
+#include <platform/Threads.h>
+#include <platform/UUID.h>
+#include <platform/Exception.h>
+#include <platform/Assert.h>
+#include <platform/Log.h>
+#include <platform/Strings.h>
+#include <platform/RegistryConfig.h>
+#include <platform/Paths.h>
+
+// Families
+#include <ole/misc/TextFile.h>
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>

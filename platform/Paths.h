@@ -27,6 +27,9 @@ OLE_API LightweightString<wchar_t> getMachineSettingsDirectory();
 OLE_API LightweightString<wchar_t> joinPath(const LightweightString<wchar_t>& dir,
                                             const LightweightString<wchar_t>& name);
 
+// The directory part of a path (everything before the last separator); "" when there is none.
+OLE_API LightweightString<wchar_t> directoryOf(const LightweightString<wchar_t>& path);
+
 // The names (not paths) of the entries of `dir` that match the shell wildcard `pattern` ("*", "?" and
 // "[...]"), sorted; nothing when the directory cannot be read.
 OLE_API std::vector<LightweightString<wchar_t>> getDirListing(const LightweightString<wchar_t>& dir,

@@ -32,12 +32,20 @@ public:
     long getValue(const Text& section, const Text& name, long defaultValue) const;
     double getValue(const Text& section, const Text& name, double defaultValue) const;
     bool getValue(const Text& section, const Text& name, bool defaultValue) const;
+    // Without these, a text literal would pick the bool overloads.
+    Text getValue(const Text& section, const Text& name, const char* defaultValue) const {
+        return getValue(section, name, Text(defaultValue));
+    }
     Text getValue(const Text& name, const Text& defaultValue) const;
+    Text getValue(const Text& name, const char* defaultValue) const { return getValue(name, Text(defaultValue)); }
     int getValue(const Text& name, int defaultValue) const;
 
     bool hasValue(const Text& section, const Text& name) const;
     // Stores the value and saves the file; false when the file could not be written.
     bool setValue(const Text& section, const Text& name, const Text& value);
+    bool setValue(const Text& section, const Text& name, const char* value) {
+        return setValue(section, name, Text(value));
+    }
     bool setValue(const Text& section, const Text& name, int value);
     bool setValue(const Text& section, const Text& name, bool value);
     bool setValue(const Text& section, const Text& name, double value);

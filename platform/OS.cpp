@@ -1,0 +1,245 @@
+#include <platform/OS.h>
+
+#include "PlatformInternal.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <fcntl.h>
+#include <libgen.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <time.h>
+#include <unistd.h>
+
+namespace Qv {
+
+const OperatingSystem theOperatingSystem;
+
+// --- Allocator ------------------------------------------------------------------------------------------
+
+void* Allocator::allocate(std::size_t bytes) const {
+    void* block = std::malloc(bytes ? bytes : 1);
+    if (!block) {
+        std::fputs("ole: out of memory\n", stderr);
+        std::abort();
+    }
+    return block;
+}
+
+void Allocator::free(void* block) const noexcept { std::free(block); }
+
+// --- OSFile ---------------------------------------------------------------------------------------------
+
+OSFile::OSFile(OSFile&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+
+OSFile& OSFile::operator=(OSFile&& other) noexcept {
+    if (this != &other) {
+        close();
+        fd_ = other.fd_;
+        other.fd_ = -1;
+    }
+    return *this;
+}
+
+OSFile::~OSFile() { close(); }
+
+long OSFile::read(void* buffer, std::size_t bytes) const {
+    if (fd_ < 0) return -1;
+    std::size_t done = 0;
+    while (done < bytes) {
+        const ssize_t n = ::read(fd_, static_cast<char*>(buffer) + done, bytes - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return -1;
+        if (n == 0) break;
+        done += std::size_t(n);
+    }
+    return long(done);
+}
+
+bool OSFile::write(const void* data, std::size_t bytes) const {
+    if (fd_ < 0) return false;
+    std::size_t done = 0;
+    while (done < bytes) {
+        const ssize_t n = ::write(fd_, static_cast<const char*>(data) + done, bytes - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += std::size_t(n);
+    }
+    return true;
+}
+
+bool OSFile::seek(int64_t offset) const { return fd_ >= 0 && ::lseek(fd_, offset, SEEK_SET) == offset; }
+
+int64_t OSFile::size() const {
+    struct stat st;
+    if (fd_ < 0 || ::fstat(fd_, &st) != 0) return -1;
+    return st.st_size;
+}
+
+bool OSFile::sync() const { return fd_ >= 0 && ::fsync(fd_) == 0; }
+
+void OSFile::close() noexcept {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+}
+
+// --- FileSystem -----------------------------------------------------------------------------------------
+
+OSFile FileSystem::open(const wchar_t* path, OSFile::Mode mode) const {
+    if (!path || !*path) return OSFile();
+    int flags = O_CLOEXEC;
+    switch (mode) {
+        case OSFile::Read: flags |= O_RDONLY; break;
+        case OSFile::Write: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
+        case OSFile::ReadWrite: flags |= O_RDWR | O_CREAT; break;
+        case OSFile::Append: flags |= O_WRONLY | O_CREAT | O_APPEND; break;
+    }
+    int fd;
+    do {
+        fd = ::open(platform::narrow(path).c_str(), flags, 0644);
+    } while (fd < 0 && errno == EINTR);
+    return OSFile(fd);
+}
+
+bool FileSystem::exists(const wchar_t* path) const {
+    struct stat st;
+    return path && ::stat(platform::narrow(path).c_str(), &st) == 0;
+}
+
+bool FileSystem::isDirectory(const wchar_t* path) const {
+    struct stat st;
+    return path && ::stat(platform::narrow(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool FileSystem::createDirectory(const wchar_t* path) const {
+    if (!path || !*path) return false;
+    const std::string target = platform::narrow(path);
+    // Make each missing component in turn; another process making one at the same time is fine.
+    for (std::size_t slash = target.find('/', 1);; slash = target.find('/', slash + 1)) {
+        const std::string part = target.substr(0, slash);
+        if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return false;
+        if (slash == std::string::npos) break;
+    }
+    return isDirectory(path);
+}
+
+bool FileSystem::remove(const wchar_t* path) const {
+    if (!path) return false;
+    const std::string p = platform::narrow(path);
+    return ::unlink(p.c_str()) == 0 || ::rmdir(p.c_str()) == 0;
+}
+
+bool FileSystem::rename(const wchar_t* from, const wchar_t* to) const {
+    return from && to && ::rename(platform::narrow(from).c_str(), platform::narrow(to).c_str()) == 0;
+}
+
+bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
+    if (!path || !*path) return false;
+    const std::string target = platform::narrow(path);
+    std::string temp = target + ".XXXXXX";
+    const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
+    if (fd < 0) return false;
+    ::fchmod(fd, 0644);
+    OSFile file(fd);
+    const bool written = file.write(data, bytes) && file.sync();
+    file.close();
+    if (!written || ::rename(temp.c_str(), target.c_str()) != 0) {
+        ::unlink(temp.c_str());
+        return false;
+    }
+    // Make the rename itself durable.
+    std::string dir = target;
+    const int dirFd = ::open(::dirname(dir.data()), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd >= 0) {
+        ::fsync(dirFd);
+        ::close(dirFd);
+    }
+    return true;
+}
+
+// --- Clock and threads ----------------------------------------------------------------------------------
+
+double Clock::now() const {
+    struct timespec ts;
+    ::clock_gettime(CLOCK_REALTIME, &ts);
+    return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+}
+
+int64_t Clock::secondsSinceEpoch() const { return int64_t(::time(nullptr)); }
+
+uint64_t Clock::monotonicNanoseconds() const {
+    struct timespec ts;
+    ::clock_gettime(CLOCK_MONOTONIC, &ts);
+    return uint64_t(ts.tv_sec) * 1000000000u + uint64_t(ts.tv_nsec);
+}
+
+void ThreadServices::sleep(unsigned milliseconds) const {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+unsigned ThreadServices::processorCount() const {
+    const long n = ::sysconf(_SC_NPROCESSORS_ONLN);
+    return n > 0 ? unsigned(n) : 1u;
+}
+
+uint64_t ThreadServices::currentThreadId() const { return uint64_t(::syscall(SYS_gettid)); }
+
+// --- Registry and special directories -------------------------------------------------------------------
+
+bool PlatformRegistry::getString(const char*, const char*, const char*, char* buffer, std::size_t size) const {
+    if (buffer && size) buffer[0] = '\0';
+    return false;
+}
+
+static std::string homeDirectory() {
+    std::string home = platform::environment("HOME");
+    if (home.empty()) {
+        if (const passwd* pw = ::getpwuid(::getuid())) home = pw->pw_dir;
+    }
+    return home.empty() ? "/tmp" : home;
+}
+
+// An XDG variable if it holds an absolute path (relative ones are to be ignored), else the default below
+// the home directory.
+static std::string xdgDirectory(const char* variable, const char* fallbackBelowHome) {
+    const std::string value = platform::environment(variable);
+    if (!value.empty() && value[0] == '/') return value;
+    return homeDirectory() + "/" + fallbackBelowHome;
+}
+
+static std::string specialDirectoryPath(int which) {
+    const std::string root = platform::environment("QUORVANE_HOME");
+    if (!root.empty()) {
+        switch (which) {
+            case kUserDataBase: return root + "/data";
+            case kConfigBase: return root + "/config";
+            case kHomeBase: return root;
+            case kMachineSettingsBase: return root + "/state";
+            default: return std::string();
+        }
+    }
+    switch (which) {
+        case kUserDataBase: return xdgDirectory("XDG_DATA_HOME", ".local/share");
+        case kConfigBase: return xdgDirectory("XDG_CONFIG_HOME", ".config");
+        case kHomeBase: return homeDirectory();
+        case kMachineSettingsBase: return xdgDirectory("XDG_STATE_HOME", ".local/state");
+        default: return std::string();
+    }
+}
+
+bool OperatingSystem::specialDirectory(int which, wchar_t* buffer, std::size_t size) const {
+    const std::string path = specialDirectoryPath(which);
+    if (path.empty() || !buffer || size == 0) return false;
+    const std::wstring widePath = platform::wide(path);
+    if (widePath.size() + 1 > size) return false;
+    std::wmemcpy(buffer, widePath.c_str(), widePath.size() + 1);
+    return true;
+}
+
+}  // namespace Qv

@@ -1,0 +1,133 @@
+#include <platform/Threads.h>
+
+#include <chrono>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Qv {
+
+// --- Mutex ----------------------------------------------------------------------------------------------
+
+bool Mutex::lock(unsigned timeoutMs) {
+    if (timeoutMs == kInfinite) {
+        mutex_.lock();
+        return true;
+    }
+    return mutex_.try_lock_for(std::chrono::milliseconds(timeoutMs));
+}
+
+// --- Event ----------------------------------------------------------------------------------------------
+// All events share one lock and one condition variable. That keeps waiting for any of several events as
+// simple as waiting for one; events are used for coarse hand-overs, so the shared wake-ups cost little.
+
+namespace {
+std::mutex& eventLock() {
+    static std::mutex lock;
+    return lock;
+}
+std::condition_variable& eventSignal() {
+    static std::condition_variable signal;
+    return signal;
+}
+
+// Waits on the shared condition until `ready` holds or the time-out passes; returns `ready`'s last answer.
+template <class Ready>
+bool waitUntil(std::unique_lock<std::mutex>& lock, unsigned timeoutMs, Ready ready) {
+    if (timeoutMs == Event::kInfinite) {
+        eventSignal().wait(lock, ready);
+        return true;
+    }
+    return eventSignal().wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
+}
+}  // namespace
+
+Event::Event(bool manualReset, bool initiallySet) : manualReset_(manualReset), set_(initiallySet) {}
+
+void Event::set() {
+    {
+        std::lock_guard<std::mutex> lock(eventLock());
+        set_ = true;
+    }
+    eventSignal().notify_all();
+}
+
+void Event::reset() {
+    std::lock_guard<std::mutex> lock(eventLock());
+    set_ = false;
+}
+
+bool Event::isSet() const {
+    std::lock_guard<std::mutex> lock(eventLock());
+    return set_;
+}
+
+bool Event::tryTake() {
+    if (!set_) return false;
+    if (!manualReset_) set_ = false;
+    return true;
+}
+
+bool Event::wait(unsigned timeoutMs) {
+    std::unique_lock<std::mutex> lock(eventLock());
+    return waitUntil(lock, timeoutMs, [this] { return tryTake(); });
+}
+
+int Event::waitForAny(Event* const* events, int count, unsigned timeoutMs) {
+    int taken = -1;
+    auto anyTaken = [&] {
+        for (int i = 0; i < count; ++i) {
+            if (events[i] && events[i]->tryTake()) {
+                taken = i;
+                return true;
+            }
+        }
+        return false;
+    };
+    std::unique_lock<std::mutex> lock(eventLock());
+    waitUntil(lock, timeoutMs, anyTaken);
+    return taken;
+}
+
+// --- Thread ---------------------------------------------------------------------------------------------
+
+Thread::~Thread() { join(); }
+
+// Applies name, priority and affinity to the calling thread; each is best effort.
+static void configureCurrentThread(const std::string& name, Thread::Priority priority, uint64_t affinityMask) {
+    pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+    if (priority != Thread::Normal) {
+        // Linux threads take a nice value of their own; lowering priority always works, raising it
+        // needs privileges and is skipped when refused.
+        const pid_t tid = pid_t(::syscall(SYS_gettid));
+        ::setpriority(PRIO_PROCESS, id_t(tid), -5 * int(priority));
+    }
+    if (affinityMask) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        for (int cpu = 0; cpu < 64 && cpu < CPU_SETSIZE; ++cpu)
+            if (affinityMask & (uint64_t(1) << cpu)) CPU_SET(cpu, &set);
+        pthread_setaffinity_np(pthread_self(), sizeof(set), &set);
+    }
+}
+
+bool Thread::start(const std::string& name, std::function<void()> body, Priority priority, uint64_t affinityMask) {
+    if (thread_.joinable() || !body) return false;
+    try {
+        thread_ = std::thread([name, body = std::move(body), priority, affinityMask] {
+            configureCurrentThread(name, priority, affinityMask);
+            body();
+        });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+void Thread::join() {
+    if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
+}
+
+}  // namespace Qv
