@@ -8,6 +8,7 @@
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Vector.h>
+#include <ole/Qv/DLList.h>
 
 // Platform layer and runtime
 #include <platform/OS.h>
