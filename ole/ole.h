@@ -24,3 +24,4 @@
 // Families
 #include <ole/misc/TextFile.h>
 #include <ole/misc/Notifier.h>
+#include <ole/misc/ValServer.h>
