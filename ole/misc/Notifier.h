@@ -204,10 +204,7 @@ public:
     ~CallbackInvokerBase() override;
 
     // The wildcard id, read once from the dictionary.
-    static int anyType() {
-        static const int any = NotifyMsgTypeDictionary::instance().anyMsgType();
-        return any;
-    }
+    static int anyType();
     bool typeMatch(int type) const {
         const int any = anyType();
         return type_ == any || type == any || type_ == type;
