@@ -22,3 +22,4 @@
 
 // Families
 #include <ole/misc/TextFile.h>
+#include <ole/misc/Cookie.h>
