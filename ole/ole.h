@@ -27,3 +27,5 @@
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/Cookie.h>
+#include <ole/misc/FrameRate.h>
+#include <ole/misc/ProjectRate.h>
