@@ -29,3 +29,4 @@
 #include <ole/misc/Cookie.h>
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
+#include <ole/misc/filmgauge.h>
