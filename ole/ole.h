@@ -30,3 +30,4 @@
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
+#include <ole/misc/tccvt.h>
