@@ -31,3 +31,4 @@
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
 #include <ole/misc/tccvt.h>
+#include <ole/misc/time_def.h>
