@@ -32,3 +32,4 @@
 #include <ole/misc/filmgauge.h>
 #include <ole/misc/tccvt.h>
 #include <ole/misc/time_def.h>
+#include <ole/misc/outputformat.h>
