@@ -29,3 +29,10 @@
 #include <ole/misc/strmable.h>
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+#include <ole/misc/Cookie.h>
+#include <ole/misc/FrameRate.h>
+#include <ole/misc/ProjectRate.h>
+#include <ole/misc/filmgauge.h>
+#include <ole/misc/tccvt.h>
+#include <ole/misc/time_def.h>
+#include <ole/misc/outputformat.h>
