@@ -22,3 +22,6 @@
 
 // Families
 #include <ole/misc/TextFile.h>
+#include <ole/Qv/XY.h>
+#include <ole/misc/Dirtiable.h>
+#include <ole/misc/strp_field.h>
