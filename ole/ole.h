@@ -25,3 +25,4 @@
 #include <ole/Qv/XY.h>
 #include <ole/misc/Dirtiable.h>
 #include <ole/misc/strp_field.h>
+#include <ole/misc/configb.h>
