@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -53,11 +54,15 @@ const Text& tagIdStamp() {
     return tag;
 }
 
+// A copy of `n` characters in a block that fits them; join() skips the zero fill that the (text, length)
+// constructor does first, which shows when thousands of entries are read.
+Text copyText(const char* p, unsigned n) { return Text::join(p, n, nullptr, 0); }
+
 Text makeTag(const char* p, unsigned n) {
     if (n == 0) return Text();
     for (const Text* known : {&tagInt(), &tagDouble(), &tagBool(), &tagCookie(), &tagTextData(), &tagIdStamp()})
         if (known->size() == n && std::memcmp(known->c_str(), p, n) == 0) return *known;
-    return Text(p, n);
+    return copyText(p, n);
 }
 
 // A line of text that the reader looks at without copying.
@@ -191,6 +196,10 @@ void configb::remove(const Text& name) {
 // --- setting ------------------------------------------------------------------------------------------
 
 int configb::setInternal(const Text& name, const Text& value, const Text& typeTag) {
+    return store(Text(name), Text(value), typeTag);
+}
+
+int configb::store(Text&& name, Text&& value, const Text& typeTag) {
     if (name.empty()) return 0;
     const caseInsensitiveCompare less;
     // Text written by asString() arrives in map order, so a new name usually belongs at the end: checking
@@ -201,12 +210,12 @@ int configb::setInternal(const Text& name, const Text& value, const Text& typeTa
         if (at != entries_.end() && !less(name, at->first)) {
             ConfigEntryT& entry = at->second;
             if (entry.type != typeTag || entry.value == value) return 0;
-            entry.value = value;
+            entry.value = std::move(value);
             set_dirty(true);
             return 1;
         }
     }
-    entries_.emplace_hint(at, name, ConfigEntryT(typeTag, value));
+    entries_.emplace_hint(at, std::move(name), ConfigEntryT(typeTag, std::move(value)));
     return 1;
 }
 
@@ -332,7 +341,7 @@ bool configb::parseLine(const char* p, const char* end) {
     if (::strncasecmp(p, endStr_.c_str(), nameLen) == 0) return false;
 
     const Text tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1)) : Text();
-    setInternal(Text(p, nameLen), Text(value, unsigned(valueEnd - value)), tag);
+    store(copyText(p, nameLen), copyText(value, unsigned(valueEnd - value)), tag);
     return true;
 }
 

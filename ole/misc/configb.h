@@ -31,6 +31,7 @@
 #include <ole/misc/TextFile.h>
 
 #include <map>
+#include <utility>
 
 class Cookie;
 class Dirtiable;
@@ -44,8 +45,8 @@ struct ConfigEntryT {
     LightweightString<char> value;
 
     ConfigEntryT() = default;
-    ConfigEntryT(const LightweightString<char>& type_, const LightweightString<char>& value_)
-        : type(type_), value(value_) {}
+    ConfigEntryT(LightweightString<char> type_, LightweightString<char> value_)
+        : type(std::move(type_)), value(std::move(value_)) {}
 
     friend bool operator==(const ConfigEntryT& a, const ConfigEntryT& b) {
         return a.type == b.type && a.value == b.value;
@@ -163,6 +164,8 @@ public:
     int in(const Text& name, IdStamp& out) const;
 
 private:
+    // setInternal on strings it may take over.
+    int store(Text&& name, Text&& value, const Text& typeTag);
     const ConfigEntryT* find(const Text& name) const;
     template <class Lines>
     bool readBlock(const Lines& lines, unsigned int& line);
