@@ -8,6 +8,7 @@
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Vector.h>
+#include <ole/Qv/DLList.h>
 
 // Platform layer and runtime
 #include <platform/OS.h>
@@ -26,3 +27,5 @@
 #include <ole/misc/Dirtiable.h>
 #include <ole/misc/strp_field.h>
 #include <ole/misc/configb.h>
+#include <ole/misc/Notifier.h>
+#include <ole/misc/ValServer.h>
