@@ -29,3 +29,7 @@
 #include <ole/misc/configb.h>
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+#include <ole/misc/GrowString.h>
+#include <ole/misc/MemHolder.h>
+#include <ole/misc/StreamFile.h>
+#include <ole/misc/strmable.h>
