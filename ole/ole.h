@@ -23,3 +23,4 @@
 // Families
 #include <ole/misc/TextFile.h>
 #include <ole/misc/Cookie.h>
+#include <ole/misc/CookieJar.h>
