@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Builds ole twice and runs the whole test suite in each build:
+#   build/ci    optimised with debug info, warnings as errors, with tools and benchmarks;
+#   build/asan  AddressSanitizer + UndefinedBehaviorSanitizer, without benchmarks.
+# Exits non-zero when any configure, build or test step fails; both suites run either way.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+bash scripts/setup.sh
+
+jobs=${OLE_JOBS:-2}
+started=$SECONDS
+failures=()
+
+# Any sanitizer report fails the test that produced it; leaks count as failures.
+export ASAN_OPTIONS=halt_on_error=1:abort_on_error=0:detect_leaks=1:detect_stack_use_after_return=1:check_initialization_order=1:strict_init_order=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+
+# suite NAME DIR CMAKE-ARGS...: configure, build and test one build directory.
+suite() {
+    local name=$1 dir=$2
+    shift 2
+    local t0=$SECONDS
+    echo "=== $name: configure $dir"
+    if ! cmake -S . -B "$dir" -G Ninja "$@"; then
+        failures+=("$name: configure")
+        return
+    fi
+    echo "=== $name: build"
+    if ! cmake --build "$dir" -j"$jobs"; then
+        failures+=("$name: build")
+        return
+    fi
+    echo "=== $name: test"
+    if ! ctest --test-dir "$dir" -j"$jobs" --output-on-failure --no-tests=error; then
+        failures+=("$name: tests")
+    fi
+    echo "=== $name: done in $((SECONDS - t0))s"
+}
+
+suite release build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOLE_WERROR=ON -DOLE_SANITIZE=OFF \
+    -DOLE_BUILD_TESTS=ON -DOLE_BUILD_TOOLS=ON -DOLE_BUILD_BENCH=ON
+suite sanitize build/asan -DCMAKE_BUILD_TYPE=Debug -DOLE_WERROR=ON -DOLE_SANITIZE=ON \
+    -DOLE_BUILD_TESTS=ON -DOLE_BUILD_TOOLS=ON -DOLE_BUILD_BENCH=OFF
+
+elapsed=$((SECONDS - started))
+if ((${#failures[@]})); then
+    echo "test.sh: FAILED (${failures[*]}) after ${elapsed}s"
+    exit 1
+fi
+echo "test.sh: PASSED (release and sanitizer suites) in ${elapsed}s"
