@@ -24,3 +24,7 @@
 #include <ole/misc/TextFile.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/CookieJar.h>
+#include <ole/misc/GrowString.h>
+#include <ole/misc/MemHolder.h>
+#include <ole/misc/StreamFile.h>
+#include <ole/misc/strmable.h>

@@ -1,0 +1,176 @@
+#include <ole/misc/StreamFile.h>
+
+#include <platform/OS.h>
+
+#include <algorithm>
+
+namespace {
+// Files are loaded in blocks of this size.
+constexpr std::size_t kLoadBlock = 64 * 1024;
+}  // namespace
+
+StreamFile::StreamFile() = default;
+
+StreamFile::StreamFile(const void* data, std::size_t length) { assign(data, length); }
+
+StreamFile::~StreamFile() { flush(); }
+
+bool StreamFile::open(const LightweightString<wchar_t>& path, OpenMode mode) {
+    close();
+    path_ = path;
+    writable_ = mode != ReadOnly;
+    if (mode == Create) {
+        modified_ = true;  // an empty Create stream still replaces the file when saved
+        return true;
+    }
+    Qv::OSFile file = OS()->fileSystem()->open(path.c_str(), Qv::OSFile::Read);
+    if (!file.isOpen()) return mode == Update;
+    for (;;) {
+        const std::size_t old = bytes_.size();
+        bytes_.resize(old + kLoadBlock);
+        const long got = file.read(bytes_.data() + old, kLoadBlock);
+        bytes_.resize(old + std::size_t(std::max(got, 0L)));
+        if (got < 0) {
+            bytes_.clear();
+            return false;
+        }
+        if (got == 0) break;
+    }
+    return true;
+}
+
+bool StreamFile::flush() {
+    if (!isFileBacked() || !modified_) return true;
+    if (!OS()->fileSystem()->writeAtomically(path_.c_str(), bytes_.data(), bytes_.size())) {
+        failed_ = true;
+        return false;
+    }
+    modified_ = false;
+    return true;
+}
+
+bool StreamFile::close() {
+    const bool saved = flush();
+    bytes_.clear();
+    pos_ = 0;
+    failed_ = false;
+    path_ = LightweightString<wchar_t>();
+    writable_ = true;
+    modified_ = false;
+    return saved;
+}
+
+void StreamFile::assign(const void* data, std::size_t length) {
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    if (bytes && length) {
+        bytes_.assign(bytes, bytes + length);
+    } else {
+        bytes_.clear();
+    }
+    pos_ = 0;
+    failed_ = false;
+    modified_ = true;
+}
+
+void StreamFile::clear() {
+    bytes_.clear();
+    pos_ = 0;
+    failed_ = false;
+    modified_ = true;
+}
+
+bool StreamFile::seek(std::size_t position) {
+    if (position > bytes_.size()) {
+        failed_ = true;
+        return false;
+    }
+    pos_ = position;
+    return true;
+}
+
+bool StreamFile::skip(std::size_t bytes) {
+    if (bytes > remaining()) return readPastEnd(nullptr, 0);
+    pos_ += bytes;
+    return true;
+}
+
+bool StreamFile::writeSlow(const void* data, std::size_t length) {
+    if (!writable_ || (!data && length)) {
+        failed_ = true;
+        return false;
+    }
+    // Overwrite what lies under the position, then extend.
+    const std::size_t inside = bytes_.size() - pos_;
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    std::copy(bytes, bytes + inside, bytes_.begin() + std::ptrdiff_t(pos_));
+    bytes_.insert(bytes_.end(), bytes + inside, bytes + length);
+    pos_ = bytes_.size();
+    modified_ = true;
+    return true;
+}
+
+bool StreamFile::readPastEnd(void* buffer, std::size_t length) {
+    if (buffer && length) std::memset(buffer, 0, length);
+    pos_ = bytes_.size();
+    failed_ = true;
+    return false;
+}
+
+bool StreamFile::writeBinary(const void* data, uint32_t length, bool prefixLength, bool raw) {
+    if (!data) {
+        length = 0;
+    } else if (length == 0) {
+        length = uint32_t(std::strlen(static_cast<const char*>(data)));
+    }
+    bool ok = true;
+    if (prefixLength && !raw) ok = writeValue(length);
+    if (length) ok = write(data, length) && ok;
+    if (!prefixLength && !raw) ok = writeValue(uint8_t(0)) && ok;
+    return ok;
+}
+
+std::size_t StreamFile::readBinary(void* buffer, std::size_t capacity, bool prefixLength, bool raw) {
+    if (!buffer) capacity = 0;
+    if (raw) return read(buffer, capacity) ? capacity : 0;
+    if (prefixLength) {
+        const uint32_t length = readValue<uint32_t>();
+        if (failed_) return 0;
+        if (length > remaining()) {
+            readPastEnd(nullptr, 0);
+            return 0;
+        }
+        const std::size_t kept = std::min<std::size_t>(length, capacity);
+        read(buffer, kept);
+        pos_ += length - kept;
+        return kept;
+    }
+    std::size_t length = 0;
+    const char* text = viewString(&length);
+    char* out = static_cast<char*>(buffer);
+    if (capacity == 0) return 0;
+    const std::size_t kept = text ? std::min(length, capacity - 1) : 0;
+    if (kept) std::memcpy(out, text, kept);
+    out[kept] = 0;
+    return kept;
+}
+
+const char* StreamFile::viewString(std::size_t* length) {
+    const std::size_t left = remaining();
+    const char* start = reinterpret_cast<const char*>(bytes_.data() + pos_);
+    const void* nul = left ? std::memchr(start, 0, left) : nullptr;
+    if (!nul) {
+        readPastEnd(nullptr, 0);
+        if (length) *length = 0;
+        return nullptr;
+    }
+    const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
+    pos_ += n + 1;
+    if (length) *length = n;
+    return start;
+}
+
+LightweightString<char> StreamFile::getString() {
+    std::size_t length = 0;
+    const char* text = viewString(&length);
+    return text ? LightweightString<char>(text, unsigned(length)) : LightweightString<char>();
+}
