@@ -8,6 +8,7 @@
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Vector.h>
+#include <ole/Qv/DLList.h>
 
 // Platform layer and runtime
 #include <platform/OS.h>
@@ -28,3 +29,5 @@
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
+#include <ole/misc/Notifier.h>
+#include <ole/misc/ValServer.h>
