@@ -29,6 +29,8 @@
 #include <ole/misc/configb.h>
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+#include <ole/misc/Cookie.h>
+#include <ole/misc/CookieJar.h>
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
