@@ -1,6 +1,8 @@
 #include <ole/misc/configb.h>
 
+#include <ole/misc/Cookie.h>
 #include <ole/misc/Dirtiable.h>
+#include <ole/misc/strmable.h>
 #include <ole/misc/strp_field.h>
 #include <platform/RegistryConfig.h>
 #include <platform/Strings.h>
@@ -134,10 +136,12 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     c.set("title", "a: b  c");
     c.set(Text("blank"), Text(""));
     c.set("field", field);
+    c.set("clip", Cookie('E', 1234, 0, 17));
     c.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
     c.set("spaceTag", ConfigEntryT(Text("  "), Text("w")));
     EXPECT_EQ(std::string(c.asString().c_str()),
-              "{\n  blank\n  count:int 42\n  field:textdata field text\n  odd:mytag v\n  on:bool true\n"
+              "{\n  blank\n  clip:cookie " + std::string(Cookie('E', 1234, 0, 17).asString(true).c_str()) +
+                  "\n  count:int 42\n  field:textdata field text\n  odd:mytag v\n  on:bool true\n"
               "  Scale:double 1.25000000\n  spaceTag w\n  title a: b  c\n}");
 
     configb back;
@@ -145,6 +149,11 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     c.remove("spaceTag");  // its blank tag is not written
     back.remove("spaceTag");
     EXPECT_EQ(entriesOf(back), entriesOf(c));
+    Cookie clip;
+    EXPECT_EQ(back.in("CLIP", clip), 0);
+    EXPECT_EQ(clip, Cookie('E', 1234, 0, 17));
+    EXPECT_EQ(back.in("title", clip), 0);  // not a cookie text
+    EXPECT_FALSE(clip.valid());
 
     TextFile file;
     configb small;
@@ -291,6 +300,11 @@ TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
     EXPECT_EQ(config_string("cfgMissing", "d"), "d");
     char buffer[5];
     EXPECT_STREQ(config_string("cfgText", buffer, 5, "d"), "some");
+    const Cookie cookie('P', 99, 0, 12);
+    GlobalConfig().setValue(section, "cfgCookie", cookie.asString(true));
+    EXPECT_EQ(config_cookie("cfgCookie", invalid_cookie), cookie);
+    EXPECT_EQ(config_cookie("cfgText", cookie), cookie);
+    EXPECT_EQ(config_cookie("cfgMissing", cookie), cookie);
 }
 
 TEST(ConfigOutb, IndentedNameValueLines) {
@@ -315,4 +329,70 @@ TEST(ConfigOutb, IndentedNameValueLines) {
     EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
     out.setDepth(40);
     EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
+}
+
+namespace {
+// A packable object that keeps a record between two numbers, so that a record reading too much or too
+// little shows in its neighbours.
+class Settings : public StreamableClass<Settings, Streamable> {
+public:
+    static constexpr const char* kLayerName = "Settings";
+    int pack(PStream& s) const {
+        s.setLong(before);
+        const int rc = config.pack(s);
+        s.setLong(after);
+        return rc;
+    }
+    int unpack(PStream& s) {
+        before = s.getLong();
+        const int rc = config.unpack(s, configb::kPackVersion);
+        after = s.getLong();
+        return rc;
+    }
+    int32_t before = 0;
+    int32_t after = 0;
+    configb config;
+};
+}  // namespace
+
+TEST(ConfigbPack, RoundTripInsideALayeredObject) {
+    Settings out;
+    out.before = 11;
+    out.after = -22;
+    out.config.set("Width", 720);
+    out.config.set("title", "two words");
+    out.config.set("empty", "");
+    out.config.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
+    out.config.set_end_str("EndSettings");
+    out.config.set_config_name("render");
+
+    PStream stream;
+    ASSERT_EQ(out.STRM_hierarchyPack(stream), STRM_OK);
+    const std::size_t packedSize = stream.position();
+    ASSERT_TRUE(stream.seek(0));
+    Settings in;
+    in.config.set("stale", 1);
+    ASSERT_EQ(in.STRM_hierarchyUnpack(stream), STRM_OK) << stream.messages().c_str();
+    EXPECT_EQ(stream.position(), packedSize);
+    EXPECT_EQ(in.before, 11);
+    EXPECT_EQ(in.after, -22);
+    EXPECT_EQ(entriesOf(in.config), entriesOf(out.config));
+    EXPECT_EQ(in.config.get_end_str(), "EndSettings");
+    EXPECT_EQ(in.config.get_config_name(), "render");
+    EXPECT_FALSE(in.config.get_dirty());
+
+    // A record cut short fails without inventing entries.
+    PStream whole;
+    out.config.pack(whole);
+    const std::size_t size = whole.position();
+    for (std::size_t cut : {std::size_t(2), size / 2, size - 1}) {
+        StreamFile part(whole.file()->data(), cut);
+        PStream truncated(&part);
+        configb c(truncated);
+        EXPECT_TRUE(c.isEmpty()) << cut;
+        EXPECT_NE(truncated.error(), 0) << cut;
+    }
+    ASSERT_TRUE(whole.seek(0));
+    configb wrongVersion;
+    EXPECT_EQ(wrongVersion.unpack(whole, configb::kPackVersion + 1), STRM_FAILED);
 }

@@ -1,6 +1,8 @@
 #include <ole/misc/configb.h>
 
+#include <ole/misc/Cookie.h>
 #include <ole/misc/Dirtiable.h>
+#include <ole/misc/strmable.h>
 #include <ole/misc/strp_field.h>
 #include <platform/RegistryConfig.h>
 #include <platform/Strings.h>
@@ -160,6 +162,11 @@ configb::configb(const LightweightString<wchar_t>& path) {
     readFromFile(path);
 }
 
+configb::configb(PStream& stream) {
+    init();
+    unpack(stream, kPackVersion);
+}
+
 configb::configb(const configb& other)
     : owner_(nullptr), entries_(other.entries_), endStr_(other.endStr_), name_(other.name_), dirty_(other.dirty_) {}
 
@@ -225,6 +232,10 @@ int configb::set(const Text& name, const Text& value) { return setInternal(name,
 int configb::set(const Text& name, int value) { return setInternal(name, textOf(value), tagInt()); }
 int configb::set(const Text& name, double value) { return setInternal(name, textOf(value), tagDouble()); }
 int configb::set(const Text& name, bool value) { return setInternal(name, Text(BoolAsString(value)), tagBool()); }
+
+int configb::set(const Text& name, const Cookie& value) {
+    return setInternal(name, value.asString(true), tagCookie());
+}
 
 int configb::set(const Text& name, const strp_field& value) {
     return setInternal(name, value.getPersistableString(), tagTextData());
@@ -307,6 +318,13 @@ int configb::in(const Text& name, Text& out) const {
     const ConfigEntryT* entry = find(name);
     if (!entry) return -1;
     out = entry->value;
+    return 0;
+}
+
+int configb::in(const Text& name, Cookie& out) const {
+    const ConfigEntryT* entry = find(name);
+    if (!entry) return -1;
+    out = Cookie(entry->value.c_str(), true);
     return 0;
 }
 
@@ -427,6 +445,50 @@ bool configb::dump(const LightweightString<wchar_t>& path) const {
     return file.save(path);
 }
 
+// --- binary form ----------------------------------------------------------------------------------------
+
+int configb::pack(PStream& stream) const {
+    const auto text = [&stream](const Text& t) { stream.writeBinary(t.c_str(), 0, false, false); };
+    stream.setUnsignedLong(uint32_t(entries_.size()));
+    for (const auto& [name, entry] : entries_) {
+        text(name);
+        text(entry.type);
+        text(entry.value);
+    }
+    text(endStr_);
+    text(name_);
+    return stream.error() ? STRM_FAILED : STRM_OK;
+}
+
+int configb::unpack(PStream& stream, unsigned char version) {
+    entries_.clear();
+    dirty_ = false;
+    if (version != kPackVersion) {
+        stream.messages().appendf("Unknown configb version %d.\n", version);
+        return STRM_FAILED;
+    }
+    // Every entry takes at least three bytes (three empty texts), which bounds a count read from bad data.
+    const uint32_t count = stream.getUnsignedLong();
+    if (stream.error() || count > stream.file()->remaining() / 3) {
+        stream.messages().append("Bad configb entry count.\n");
+        stream.setError();
+        return STRM_FAILED;
+    }
+    for (uint32_t i = 0; i < count && !stream.error(); ++i) {
+        Text name = stream.getString();
+        const Text tag = stream.getString();
+        store(std::move(name), stream.getString(), tag);
+    }
+    endStr_ = stream.getString();
+    name_ = stream.getString();
+    if (stream.error()) {
+        entries_.clear();
+        init();
+        return STRM_FAILED;
+    }
+    return STRM_OK;
+}
+
 // --- the process-wide configuration ---------------------------------------------------------------------
 
 namespace {
@@ -454,6 +516,12 @@ char* config_string(const char* name, char* buffer, int size, const char* def) {
     std::memcpy(buffer, value.c_str(), n);
     buffer[n] = '\0';
     return buffer;
+}
+
+Cookie config_cookie(const char* name, const Cookie& def) {
+    const Text text = config_string(name, "");
+    const Cookie cookie(text.c_str(), true);
+    return cookie.valid() ? cookie : def;
 }
 
 void config_flush() {}
@@ -499,5 +567,6 @@ void config_outb::out(const char* name, const char* value) {
 void config_outb::out(const char* name, int value) { out(name, textOf(value).c_str()); }
 void config_outb::out(const char* name, unsigned int value) { out(name, stringPrintf("%u", value).c_str()); }
 void config_outb::out(const char* name, double value) { out(name, textOf(value).c_str()); }
+void config_outb::out(const char* name, const Cookie& value) { out(name, value.asString(true).c_str()); }
 void config_outb::out(const char* name, bool& value) { out(name, BoolAsString(value)); }
 void config_outb::out(const char* name, strp_field& value) { out(name, value.getPersistableString().c_str()); }
