@@ -35,3 +35,4 @@
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
+#include <ole/misc/EditorPreferences.h>
