@@ -31,3 +31,4 @@
 #include <ole/misc/strmable.h>
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+#include <ole/misc/IdStamp.h>
