@@ -32,3 +32,5 @@
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
 #include <ole/misc/IdStamp.h>
+#include <ole/misc/Array.h>
+#include <ole/misc/CookieSet.h>
