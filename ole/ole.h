@@ -36,3 +36,6 @@
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/EditorPreferences.h>
+#include <ole/misc/IdStamp.h>
+#include <ole/misc/Array.h>
+#include <ole/misc/CookieSet.h>

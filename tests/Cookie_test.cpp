@@ -13,9 +13,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <ostream>
 #include <string>
 #include <unistd.h>
 #include <vector>
+
+// Cookies in failure messages as their text.
+void PrintTo(const Cookie& c, std::ostream* os) { *os << c.asString(true).c_str(); }
 
 namespace {
 
