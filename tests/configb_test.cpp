@@ -137,12 +137,13 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     c.set(Text("blank"), Text(""));
     c.set("field", field);
     c.set("clip", Cookie('E', 1234, 0, 17));
+    c.set("stamp", IdStamp(0x2A, 0x0123ABCD, 0x1F));
     c.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
     c.set("spaceTag", ConfigEntryT(Text("  "), Text("w")));
     EXPECT_EQ(std::string(c.asString().c_str()),
               "{\n  blank\n  clip:cookie " + std::string(Cookie('E', 1234, 0, 17).asString(true).c_str()) +
                   "\n  count:int 42\n  field:textdata field text\n  odd:mytag v\n  on:bool true\n"
-              "  Scale:double 1.25000000\n  spaceTag w\n  title a: b  c\n}");
+              "  Scale:double 1.25000000\n  spaceTag w\n  stamp:IdStamp 0000002A0123ABCD1F\n  title a: b  c\n}");
 
     configb back;
     ASSERT_TRUE(back.fromString(c.asString()));
@@ -154,6 +155,9 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     EXPECT_EQ(clip, Cookie('E', 1234, 0, 17));
     EXPECT_EQ(back.in("title", clip), 0);  // not a cookie text
     EXPECT_FALSE(clip.valid());
+    IdStamp stamp(0, 0, 0);
+    EXPECT_EQ(back.in("stamp", stamp), 0);
+    EXPECT_EQ(stamp, IdStamp(0x2A, 0x0123ABCD, 0x1F));
 
     TextFile file;
     configb small;
@@ -305,6 +309,11 @@ TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
     EXPECT_EQ(config_cookie("cfgCookie", invalid_cookie), cookie);
     EXPECT_EQ(config_cookie("cfgText", cookie), cookie);
     EXPECT_EQ(config_cookie("cfgMissing", cookie), cookie);
+    const IdStamp stamp(0x2A, 0x0123ABCD, 7);
+    GlobalConfig().setValue(section, "cfgStamp", stamp.asString());
+    EXPECT_EQ(config_IdStamp("cfgStamp", IdStamp(0, 0, 0)), stamp);
+    EXPECT_EQ(config_IdStamp("cfgText", stamp), stamp);
+    EXPECT_EQ(config_IdStamp("cfgMissing", stamp), stamp);
 }
 
 TEST(ConfigOutb, IndentedNameValueLines) {
@@ -314,6 +323,7 @@ TEST(ConfigOutb, IndentedNameValueLines) {
     int i = -3;
     bool flag = true;
     strp_field field(Text("f"));
+    IdStamp stamp(1, 2, 3);
     out.out("text", "hello there");
     out.indent();
     out.out("int", i);
@@ -322,9 +332,12 @@ TEST(ConfigOutb, IndentedNameValueLines) {
     out.out("double", 0.25);
     out.out("flag", flag);
     out.out("field", field);
+    out.outdent();
+    out.out("stamp", stamp);
+    out.out("cookie", invalid_cookie);
     EXPECT_EQ(std::string(file.text().c_str()),
               "  text hello there\n    int -3\n    unsigned 4000000000\n      double 0.25000000\n"
-              "      flag true\n      field f\n");
+              "      flag true\n      field f\n    stamp 00000001000000023\n    cookie INVALID\n");
     out.setDepth(15);
     EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
     out.setDepth(40);

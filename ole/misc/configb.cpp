@@ -2,6 +2,7 @@
 
 #include <ole/misc/Cookie.h>
 #include <ole/misc/Dirtiable.h>
+#include <ole/misc/IdStamp.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/strp_field.h>
 #include <platform/RegistryConfig.h>
@@ -237,6 +238,8 @@ int configb::set(const Text& name, const Cookie& value) {
     return setInternal(name, value.asString(true), tagCookie());
 }
 
+int configb::set(const Text& name, const IdStamp& value) { return setInternal(name, value.asString(), tagIdStamp()); }
+
 int configb::set(const Text& name, const strp_field& value) {
     return setInternal(name, value.getPersistableString(), tagTextData());
 }
@@ -325,6 +328,13 @@ int configb::in(const Text& name, Cookie& out) const {
     const ConfigEntryT* entry = find(name);
     if (!entry) return -1;
     out = Cookie(entry->value.c_str(), true);
+    return 0;
+}
+
+int configb::in(const Text& name, IdStamp& out) const {
+    const ConfigEntryT* entry = find(name);
+    if (!entry) return -1;
+    out = IdStamp(entry->value.c_str());
     return 0;
 }
 
@@ -524,6 +534,11 @@ Cookie config_cookie(const char* name, const Cookie& def) {
     return cookie.valid() ? cookie : def;
 }
 
+IdStamp config_IdStamp(const char* name, const IdStamp& def) {
+    const IdStamp stamp(config_string(name, "").c_str());
+    return stamp.valid() ? stamp : def;
+}
+
 void config_flush() {}
 
 // --- config_outb ----------------------------------------------------------------------------------------
@@ -568,5 +583,6 @@ void config_outb::out(const char* name, int value) { out(name, textOf(value).c_s
 void config_outb::out(const char* name, unsigned int value) { out(name, stringPrintf("%u", value).c_str()); }
 void config_outb::out(const char* name, double value) { out(name, textOf(value).c_str()); }
 void config_outb::out(const char* name, const Cookie& value) { out(name, value.asString(true).c_str()); }
+void config_outb::out(const char* name, IdStamp& value) { out(name, value.asString().c_str()); }
 void config_outb::out(const char* name, bool& value) { out(name, BoolAsString(value)); }
 void config_outb::out(const char* name, strp_field& value) { out(name, value.getPersistableString().c_str()); }

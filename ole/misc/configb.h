@@ -28,16 +28,16 @@
 
 #include <ole/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/misc/Cookie.h>
+#include <ole/misc/IdStamp.h>
 #include <ole/misc/TextFile.h>
+#include <ole/misc/strp_field.h>
 
 #include <map>
 #include <utility>
 
-class Cookie;
 class Dirtiable;
-class IdStamp;
 class PStream;
-class strp_field;
 
 // One value of a configb: its type tag (empty for plain text) and its text.
 struct ConfigEntryT {
