@@ -117,6 +117,13 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
     EXPECT_TRUE(open.fromString("{\n  z 3\n"));
     EXPECT_EQ(open.size(), 3u);  // blocks add to what the record holds
 
+    // A NUL byte ends its line, as it would end the text once written or packed.
+    configb nul;
+    const char withNul[] = "{\n  a 1\0junk\n}\0x\n  b 2";
+    ASSERT_TRUE(nul.fromString(Text(withNul, sizeof withNul - 1)));
+    EXPECT_EQ(entriesOf(nul), (std::vector<Entry>{{"a", {"", "1"}}}));
+    EXPECT_EQ(nul.entries().begin()->second.value.size(), 1u);
+
     configb none;
     EXPECT_FALSE(none.fromString("{"));
     EXPECT_FALSE(none.fromString(""));

@@ -74,13 +74,16 @@ struct LineSpan {
     unsigned n;
 };
 
+// Lines are C texts: a NUL byte ends a line, as it ends every value once written or packed.
+inline LineSpan cText(const char* p, unsigned n) { return {p, unsigned(::strnlen(p, n))}; }
+
 class FileLines {
 public:
     explicit FileLines(const TextFile& file) : file_(file) {}
     unsigned size() const { return file_.size(); }
     LineSpan operator[](unsigned i) const {
         const Text& line = file_[i];
-        return {line.c_str(), line.size()};
+        return cText(line.c_str(), line.size());
     }
 
 private:
@@ -102,7 +105,7 @@ public:
         lines_.push_back({p, unsigned(end - p)});
     }
     unsigned size() const { return unsigned(lines_.size()); }
-    LineSpan operator[](unsigned i) const { return lines_[i]; }
+    LineSpan operator[](unsigned i) const { return cText(lines_[i].p, lines_[i].n); }
 
 private:
     std::vector<LineSpan> lines_;
