@@ -23,10 +23,18 @@ const configb& sampleRecord() {
         for (int i = 0; i < kEntries; ++i) {
             std::snprintf(name, sizeof name, "Setting%05d", i);
             switch (i % 4) {
-                case 0: c.set(name, i * 37); break;
-                case 1: c.set(name, i / 7.0); break;
-                case 2: c.set(name, i % 3 == 0); break;
-                default: c.set(name, "a short text value: with spaces"); break;
+                case 0:
+                    c.set(name, i * 37);
+                    break;
+                case 1:
+                    c.set(name, i / 7.0);
+                    break;
+                case 2:
+                    c.set(name, i % 3 == 0);
+                    break;
+                default:
+                    c.set(name, "a short text value: with spaces");
+                    break;
             }
         }
         return c;
@@ -73,7 +81,8 @@ void BM_ConfigRead_configb(benchmark::State& state) {
     const LightweightString<char>& text = sampleText();
     for (auto _ : state) {
         configb c;
-        if (!c.fromString(text) || c.size() != unsigned(kEntries)) state.SkipWithError("text did not read back");
+        if (!c.fromString(text) || c.size() != unsigned(kEntries))
+            state.SkipWithError("text did not read back");
         benchmark::DoNotOptimize(c);
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * text.size());

@@ -82,7 +82,8 @@ TEST(EditorPreferences, ListenersHearTheirPreferenceOrAll) {
     EXPECT_EQ(one.types, std::vector<int>{EditorPreferences::makeNotificationType("nWidth")});
     EXPECT_EQ(all.heard, (std::vector<std::string>{"nWidth", "nTitle"}));
     EXPECT_TRUE(other.heard.empty());
-    EXPECT_NE(EditorPreferences::makeNotificationType("nWidth"), EditorPreferences::makeNotificationType("nTitle"));
+    EXPECT_NE(EditorPreferences::makeNotificationType("nWidth"),
+              EditorPreferences::makeNotificationType("nTitle"));
 
     // Values are stored whether or not the handle announces them.
     EXPECT_TRUE(width.hasValue());

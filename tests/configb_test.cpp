@@ -22,7 +22,8 @@ using Entry = std::pair<std::string, std::pair<std::string, std::string>>;  // n
 
 std::vector<Entry> entriesOf(const configb& c) {
     std::vector<Entry> out;
-    for (const auto& [name, e] : c.entries()) out.push_back({name.c_str(), {e.type.c_str(), e.value.c_str()}});
+    for (const auto& [name, e] : c.entries())
+        out.push_back({name.c_str(), {e.type.c_str(), e.value.c_str()}});
     return out;
 }
 
@@ -62,9 +63,12 @@ TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
     configb c(fromUTF8(path.c_str()));
     EXPECT_FALSE(c.get_dirty());
     const std::vector<Entry> expected = {
-        {"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}}, {"Name", {"x", ""}},
-        {"Ratio", {"double", "1.5"}},              {"Title", {"", "Evening news, part 2"}},
-        {"Url", {"", "http://host:80/path"}},      {"Width", {"int", "720"}},
+        {"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}},
+        {"Name", {"x", ""}},
+        {"Ratio", {"double", "1.5"}},
+        {"Title", {"", "Evening news, part 2"}},
+        {"Url", {"", "http://host:80/path"}},
+        {"Width", {"int", "720"}},
     };
     EXPECT_EQ(entriesOf(c), expected);
 
@@ -97,7 +101,7 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
     EXPECT_EQ(line, 0u);
     line = 1;
     ASSERT_TRUE(c.buildFrom(file, line));
-    EXPECT_EQ(line, 6u);  // just past the end word
+    EXPECT_EQ(line, 6u);                    // just past the end word
     EXPECT_FALSE(c.buildFrom(file, line));  // an indented "{" does not open a block
     EXPECT_EQ(line, 6u);
     // The end word found as a name, in any letter case, also closes the block.
@@ -150,7 +154,8 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     EXPECT_EQ(std::string(c.asString().c_str()),
               "{\n  blank\n  clip:cookie " + std::string(Cookie('E', 1234, 0, 17).asString(true).c_str()) +
                   "\n  count:int 42\n  field:textdata field text\n  odd:mytag v\n  on:bool true\n"
-              "  Scale:double 1.25000000\n  spaceTag w\n  stamp:IdStamp 0000002A0123ABCD1F\n  title a: b  c\n}");
+                  "  Scale:double 1.25000000\n  spaceTag w\n  stamp:IdStamp 0000002A0123ABCD1F\n  title a: b "
+                  " c\n}");
 
     configb back;
     ASSERT_TRUE(back.fromString(c.asString()));

@@ -2,4 +2,6 @@
 
 Dirtiable::~Dirtiable() = default;
 
-void Dirtiable::setDirty(bool dirty) { dirty_ = dirty; }
+void Dirtiable::setDirty(bool dirty) {
+    dirty_ = dirty;
+}

@@ -20,10 +20,14 @@ const Text& section() {
 Text escape(const Text& value) {
     std::string out;
     for (char c : value) {
-        if (c == '\\') out += "\\\\";
-        else if (c == '\n') out += "\\n";
-        else if (c == '\r') out += "\\r";
-        else out += c;
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else
+            out += c;
     }
     return Text(out.c_str(), unsigned(out.size()));
 }
@@ -71,7 +75,9 @@ void EditorPreferences::setPreference(const Text& name, const Text& value) {
 void EditorPreferences::setPreference(const Text& name, const LightweightString<wchar_t>& value) {
     UserConfig().setValue(section(), name, toUTF8(value));
 }
-void EditorPreferences::setPreference(const Text& name, int value) { UserConfig().setValue(section(), name, value); }
+void EditorPreferences::setPreference(const Text& name, int value) {
+    UserConfig().setValue(section(), name, value);
+}
 void EditorPreferences::setPreference(const Text& name, bool value) {
     UserConfig().setValue(section(), name, value);
 }
@@ -108,11 +114,17 @@ XY<int> EditorPreferences::getPreference(const Text& name, const XY<int>& def) c
     return XY<int>(int(std::strtol(x, nullptr, 10)), int(std::strtol(text.c_str() + comma + 1, nullptr, 10)));
 }
 
-bool EditorPreferences::hasPreference(const Text& name) const { return UserConfig().hasValue(section(), name); }
+bool EditorPreferences::hasPreference(const Text& name) const {
+    return UserConfig().hasValue(section(), name);
+}
 
-bool EditorPreferences::removePreference(const Text& name) { return UserConfig().removeValue(section(), name); }
+bool EditorPreferences::removePreference(const Text& name) {
+    return UserConfig().removeValue(section(), name);
+}
 
-Vector<EditorPreferences::AVPair> EditorPreferences::getAVPairs() const { return UserConfig().getValues(section()); }
+Vector<EditorPreferences::AVPair> EditorPreferences::getAVPairs() const {
+    return UserConfig().getValues(section());
+}
 
 // --- notification -----------------------------------------------------------------------------------------
 
@@ -131,9 +143,13 @@ void EditorPreferences::notifyChange(const Text& name) const {
 
 // --- export and import ------------------------------------------------------------------------------------
 
-Text EditorPreferences::getSectionHeading() { return getSectionHeading(section()); }
+Text EditorPreferences::getSectionHeading() {
+    return getSectionHeading(section());
+}
 
-Text EditorPreferences::getSectionHeading(const Text& sectionName) { return Text("[") + sectionName + "]"; }
+Text EditorPreferences::getSectionHeading(const Text& sectionName) {
+    return Text("[") + sectionName + "]";
+}
 
 int EditorPreferences::findPrefsFileSection(const Vector<Text>& lines, unsigned from) {
     const Text heading = getSectionHeading();
@@ -191,7 +207,9 @@ int EditorPreferences::importLines(const Vector<Text>& lines, unsigned from) {
     return count;
 }
 
-int EditorPreferences::importFrom(const Vector<Text>& lines) { return importLines(lines, 0); }
+int EditorPreferences::importFrom(const Vector<Text>& lines) {
+    return importLines(lines, 0);
+}
 
 int EditorPreferences::importFrom(const LightweightString<wchar_t>& path, unsigned int startLine) {
     TextFile file;

@@ -22,7 +22,9 @@ using Text = configb::Text;
 
 // White space as isspace() sees it in the C locale. Bytes with the top bit set never count, so UTF-8
 // names and values are never split inside a character.
-inline bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+inline bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 bool hasVisibleText(const Text& text) {
     for (char c : text)
@@ -59,11 +61,14 @@ const Text& tagIdStamp() {
 
 // A copy of `n` characters in a block that fits them; join() skips the zero fill that the (text, length)
 // constructor does first, which shows when thousands of entries are read.
-Text copyText(const char* p, unsigned n) { return Text::join(p, n, nullptr, 0); }
+Text copyText(const char* p, unsigned n) {
+    return Text::join(p, n, nullptr, 0);
+}
 
 Text makeTag(const char* p, unsigned n) {
     if (n == 0) return Text();
-    for (const Text* known : {&tagInt(), &tagDouble(), &tagBool(), &tagCookie(), &tagTextData(), &tagIdStamp()})
+    for (const Text* known :
+         {&tagInt(), &tagDouble(), &tagBool(), &tagCookie(), &tagTextData(), &tagIdStamp()})
         if (known->size() == n && std::memcmp(known->c_str(), p, n) == 0) return *known;
     return copyText(p, n);
 }
@@ -75,7 +80,9 @@ struct LineSpan {
 };
 
 // Lines are C texts: a NUL byte ends a line, as it ends every value once written or packed.
-inline LineSpan cText(const char* p, unsigned n) { return {p, unsigned(::strnlen(p, n))}; }
+inline LineSpan cText(const char* p, unsigned n) {
+    return {p, unsigned(::strnlen(p, n))};
+}
 
 class FileLines {
 public:
@@ -159,7 +166,9 @@ Text textOf(double value) {
 
 // --- construction -------------------------------------------------------------------------------------
 
-configb::configb(Dirtiable* owner) : owner_(owner) { init(); }
+configb::configb(Dirtiable* owner) : owner_(owner) {
+    init();
+}
 
 configb::configb(const LightweightString<wchar_t>& path) {
     init();
@@ -172,7 +181,11 @@ configb::configb(PStream& stream) {
 }
 
 configb::configb(const configb& other)
-    : owner_(nullptr), entries_(other.entries_), endStr_(other.endStr_), name_(other.name_), dirty_(other.dirty_) {}
+    : owner_(nullptr),
+      entries_(other.entries_),
+      endStr_(other.endStr_),
+      name_(other.name_),
+      dirty_(other.dirty_) {}
 
 configb& configb::operator=(const configb& other) {
     if (this != &other) {
@@ -191,9 +204,13 @@ void configb::init() {
     dirty_ = false;
 }
 
-void configb::set_end_str(const char* end) { endStr_ = end; }
+void configb::set_end_str(const char* end) {
+    endStr_ = end;
+}
 
-void configb::set_config_name(const char* name) { name_ = name; }
+void configb::set_config_name(const char* name) {
+    name_ = name;
+}
 
 void configb::set_dirty(bool dirty) {
     dirty_ = dirty;
@@ -230,18 +247,32 @@ int configb::store(Text&& name, Text&& value, const Text& typeTag) {
     return 1;
 }
 
-int configb::set(const Text& name, const ConfigEntryT& entry) { return setInternal(name, entry.value, entry.type); }
-int configb::set(const Text& name, const char* value) { return setInternal(name, Text(value), Text()); }
-int configb::set(const Text& name, const Text& value) { return setInternal(name, value, Text()); }
-int configb::set(const Text& name, int value) { return setInternal(name, textOf(value), tagInt()); }
-int configb::set(const Text& name, double value) { return setInternal(name, textOf(value), tagDouble()); }
-int configb::set(const Text& name, bool value) { return setInternal(name, Text(BoolAsString(value)), tagBool()); }
+int configb::set(const Text& name, const ConfigEntryT& entry) {
+    return setInternal(name, entry.value, entry.type);
+}
+int configb::set(const Text& name, const char* value) {
+    return setInternal(name, Text(value), Text());
+}
+int configb::set(const Text& name, const Text& value) {
+    return setInternal(name, value, Text());
+}
+int configb::set(const Text& name, int value) {
+    return setInternal(name, textOf(value), tagInt());
+}
+int configb::set(const Text& name, double value) {
+    return setInternal(name, textOf(value), tagDouble());
+}
+int configb::set(const Text& name, bool value) {
+    return setInternal(name, Text(BoolAsString(value)), tagBool());
+}
 
 int configb::set(const Text& name, const Cookie& value) {
     return setInternal(name, value.asString(true), tagCookie());
 }
 
-int configb::set(const Text& name, const IdStamp& value) { return setInternal(name, value.asString(), tagIdStamp()); }
+int configb::set(const Text& name, const IdStamp& value) {
+    return setInternal(name, value.asString(), tagIdStamp());
+}
 
 int configb::set(const Text& name, const strp_field& value) {
     return setInternal(name, value.getPersistableString(), tagTextData());
@@ -299,8 +330,10 @@ int configb::in(const Text& name, double& out) const {
 int configb::in(const Text& name, bool& out) const {
     const ConfigEntryT* entry = find(name);
     if (!entry) return -1;
-    if (entry->value == "true") out = true;
-    else if (entry->value == "false") out = false;
+    if (entry->value == "true")
+        out = true;
+    else if (entry->value == "false")
+        out = false;
     return 0;
 }
 
@@ -392,7 +425,9 @@ bool configb::readBlock(const Lines& lines, unsigned int& line) {
     return true;
 }
 
-bool configb::buildFrom(const TextFile& file, unsigned int& line) { return readBlock(FileLines(file), line); }
+bool configb::buildFrom(const TextFile& file, unsigned int& line) {
+    return readBlock(FileLines(file), line);
+}
 
 bool configb::buildFrom(const TextFile& file) {
     unsigned int line = 0;
@@ -511,12 +546,18 @@ const Text& configSection() {
 }
 }  // namespace
 
-int config_int(const char* name, int def) { return GlobalConfig().getValue(configSection(), Text(name), def); }
-long config_long(const char* name, long def) { return GlobalConfig().getValue(configSection(), Text(name), def); }
+int config_int(const char* name, int def) {
+    return GlobalConfig().getValue(configSection(), Text(name), def);
+}
+long config_long(const char* name, long def) {
+    return GlobalConfig().getValue(configSection(), Text(name), def);
+}
 double config_double(const char* name, double def) {
     return GlobalConfig().getValue(configSection(), Text(name), def);
 }
-bool config_Bool(const char* name, bool def) { return GlobalConfig().getValue(configSection(), Text(name), def); }
+bool config_Bool(const char* name, bool def) {
+    return GlobalConfig().getValue(configSection(), Text(name), def);
+}
 
 LightweightString<char> config_string(const char* name, const char* def) {
     return GlobalConfig().getValue(configSection(), Text(name), Text(def));
@@ -565,9 +606,13 @@ const Prefixes& prefixes() {
 }
 }  // namespace
 
-config_outb::config_outb(TextFile& file, unsigned depth) : file_(file), depth_(depth) { make_prefixes(); }
+config_outb::config_outb(TextFile& file, unsigned depth) : file_(file), depth_(depth) {
+    make_prefixes();
+}
 
-void config_outb::make_prefixes() { prefixes(); }
+void config_outb::make_prefixes() {
+    prefixes();
+}
 
 const char* config_outb::get_prefix_string() const {
     return prefixes().text[depth_ < kPrefixCount ? depth_ : kPrefixCount - 1];
@@ -582,10 +627,24 @@ void config_outb::out(const char* name, const char* value) {
     file_.appendLine(line);
 }
 
-void config_outb::out(const char* name, int value) { out(name, textOf(value).c_str()); }
-void config_outb::out(const char* name, unsigned int value) { out(name, stringPrintf("%u", value).c_str()); }
-void config_outb::out(const char* name, double value) { out(name, textOf(value).c_str()); }
-void config_outb::out(const char* name, const Cookie& value) { out(name, value.asString(true).c_str()); }
-void config_outb::out(const char* name, IdStamp& value) { out(name, value.asString().c_str()); }
-void config_outb::out(const char* name, bool& value) { out(name, BoolAsString(value)); }
-void config_outb::out(const char* name, strp_field& value) { out(name, value.getPersistableString().c_str()); }
+void config_outb::out(const char* name, int value) {
+    out(name, textOf(value).c_str());
+}
+void config_outb::out(const char* name, unsigned int value) {
+    out(name, stringPrintf("%u", value).c_str());
+}
+void config_outb::out(const char* name, double value) {
+    out(name, textOf(value).c_str());
+}
+void config_outb::out(const char* name, const Cookie& value) {
+    out(name, value.asString(true).c_str());
+}
+void config_outb::out(const char* name, IdStamp& value) {
+    out(name, value.asString().c_str());
+}
+void config_outb::out(const char* name, bool& value) {
+    out(name, BoolAsString(value));
+}
+void config_outb::out(const char* name, strp_field& value) {
+    out(name, value.getPersistableString().c_str());
+}
