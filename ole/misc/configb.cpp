@@ -149,6 +149,13 @@ char* prepare(Text& text, std::size_t n) {
     return n ? text.impl()->data : nullptr;
 }
 
+// Copies as much of the text as fits in `size` bytes (size > 0) with its terminator.
+void copyTruncated(const Text& text, char* buffer, unsigned size) {
+    const unsigned n = text.size() < size ? text.size() : size - 1;
+    std::memcpy(buffer, text.c_str(), n);
+    buffer[n] = '\0';
+}
+
 Text textOf(int value) {
     char buffer[32];
     std::snprintf(buffer, sizeof buffer, "%d", value);
@@ -340,9 +347,7 @@ int configb::in(const Text& name, bool& out) const {
 int configb::in(const Text& name, char* buffer, int size) const {
     const ConfigEntryT* entry = find(name);
     if (!entry || !buffer || size <= 0) return -1;
-    const unsigned n = entry->value.size() < unsigned(size) ? entry->value.size() : unsigned(size) - 1;
-    std::memcpy(buffer, entry->value.c_str(), n);
-    buffer[n] = '\0';
+    copyTruncated(entry->value, buffer, unsigned(size));
     return 0;
 }
 
@@ -565,10 +570,7 @@ LightweightString<char> config_string(const char* name, const char* def) {
 
 char* config_string(const char* name, char* buffer, int size, const char* def) {
     if (!buffer || size <= 0) return buffer;
-    const Text value = config_string(name, def);
-    const unsigned n = value.size() < unsigned(size) ? value.size() : unsigned(size) - 1;
-    std::memcpy(buffer, value.c_str(), n);
-    buffer[n] = '\0';
+    copyTruncated(config_string(name, def), buffer, unsigned(size));
     return buffer;
 }
 
