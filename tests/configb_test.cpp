@@ -72,13 +72,9 @@ TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
     };
     EXPECT_EQ(entriesOf(c), expected);
 
-    // Reading again replaces what was there.
-    configb other;
-    other.set("stale", 1);
-    EXPECT_TRUE(other.readFromFile(fromUTF8(path.c_str())));
-    EXPECT_EQ(entriesOf(other), expected);
-    EXPECT_FALSE(other.readFromFile(fromUTF8((dir + "/missing.cfg").c_str())));
-    EXPECT_TRUE(other.isEmpty());
+    // Reading again replaces what was there, even when there is nothing to read.
+    EXPECT_FALSE(c.readFromFile(fromUTF8((dir + "/missing.cfg").c_str())));
+    EXPECT_TRUE(c.isEmpty());
 }
 
 TEST(ConfigbText, BlocksInsideLargerFiles) {
@@ -129,9 +125,7 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
     EXPECT_EQ(nul.entries().begin()->second.value.size(), 1u);
 
     configb none;
-    EXPECT_FALSE(none.fromString("{"));
-    EXPECT_FALSE(none.fromString(""));
-    EXPECT_FALSE(none.fromString("x\n}"));
+    for (const char* notABlock : {"{", "", "x\n}"}) EXPECT_FALSE(none.fromString(notABlock));
     EXPECT_FALSE(none.buildFrom(TextFile()));
 }
 
@@ -163,13 +157,12 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     back.remove("spaceTag");
     EXPECT_EQ(entriesOf(back), entriesOf(c));
     Cookie clip;
-    EXPECT_EQ(back.in("CLIP", clip), 0);
+    IdStamp stamp(0, 0, 0);
+    EXPECT_EQ(back.in("CLIP", clip) + back.in("stamp", stamp), 0);
     EXPECT_EQ(clip, Cookie('E', 1234, 0, 17));
+    EXPECT_EQ(stamp, IdStamp(0x2A, 0x0123ABCD, 0x1F));
     EXPECT_EQ(back.in("title", clip), 0);  // not a cookie text
     EXPECT_FALSE(clip.valid());
-    IdStamp stamp(0, 0, 0);
-    EXPECT_EQ(back.in("stamp", stamp), 0);
-    EXPECT_EQ(stamp, IdStamp(0x2A, 0x0123ABCD, 0x1F));
 
     TextFile file;
     configb small;
@@ -205,10 +198,9 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     EXPECT_EQ(c.set("", 1), 0);
     c.set("b", 1);
     c.set("A", 1);
-    c.set("C", 1);
     std::string order;
     for (const auto& entry : c.entries()) order += entry.first.c_str();
-    EXPECT_EQ(order, "AbCWidth");
+    EXPECT_EQ(order, "AbWidth");
 
     // A record read from text follows the same rule: the first type seen for a name wins.
     configb parsed;
@@ -222,10 +214,6 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     c.remove("a");
     EXPECT_TRUE(c.get_dirty());
     EXPECT_EQ(owner.told, 2);
-
-    configb copy(c);
-    EXPECT_EQ(copy.owner(), nullptr);
-    EXPECT_EQ(entriesOf(copy), entriesOf(c));
 }
 
 // Reads `value`, stored as plain text, through the getter for T; `out` starts as `start`.
@@ -248,111 +236,67 @@ TEST(ConfigbGet, EveryGetterOnGoodAndBadText) {
     EXPECT_EQ(get("false", 9), IntResult(0, 0));
     for (const char* bad : {"+5", " 5", "True", "", "abc"}) EXPECT_EQ(get(bad, 9), IntResult(-1, 9)) << bad;
 
-    EXPECT_EQ(get("42", 1u), std::make_pair(0, 42u));
     EXPECT_EQ(get("abc", 1u), std::make_pair(0, 0u));
     EXPECT_EQ(get("2.5", 1.0), std::make_pair(0, 2.5));
     EXPECT_EQ(get("abc", 1.0), std::make_pair(0, 0.0));
 
     EXPECT_EQ(get("true", false), std::make_pair(0, true));
     EXPECT_EQ(get("false", true), std::make_pair(0, false));
-    for (const char* unchanged : {"True", "", "1", "true "}) {
-        EXPECT_EQ(get(unchanged, true), std::make_pair(0, true)) << unchanged;
+    for (const char* unchanged : {"True", "", "1", "true "})
         EXPECT_EQ(get(unchanged, false), std::make_pair(0, false)) << unchanged;
-    }
 
     configb c;
-    c.set("short", "2.5");
     c.set("long", "0123456789");
     char buffer[8] = "xxxxxxx";
-    EXPECT_EQ(c.in("short", buffer), 0);
-    EXPECT_STREQ(buffer, "2.5");
     EXPECT_EQ(c.in("long", buffer, 5), 0);
     EXPECT_STREQ(buffer, "0123");
     EXPECT_EQ(c.in("long", buffer, 0), -1);
     Text text;
     EXPECT_EQ(c.in("LONG", text), 0);
     EXPECT_EQ(text, "0123456789");
-    strp_field field;
-    EXPECT_EQ(c.in("short", field), 0);
-    EXPECT_EQ(field.getPersistableString(), "2.5");
-    ConfigEntryT entry;
-    EXPECT_EQ(c.in("long", entry), 0);
-    EXPECT_EQ(entry, ConfigEntryT(Text(), Text("0123456789")));
 
-    // A missing or empty name leaves every target untouched.
+    // A missing or empty name leaves the target untouched.
     int i = 5;
-    bool b = true;
-    double d = 0.5;
-    text = "keep";
-    for (const char* missing : {"nope", ""}) {
-        EXPECT_EQ(c.in(missing, i), -1);
-        EXPECT_EQ(c.in(missing, b), -1);
-        EXPECT_EQ(c.in(missing, d), -1);
-        EXPECT_EQ(c.in(missing, text), -1);
-        EXPECT_EQ(c.in(missing, buffer, 8), -1);
-    }
+    for (const char* missing : {"nope", ""}) EXPECT_EQ(c.in(missing, i), -1);
     EXPECT_EQ(i, 5);
-    EXPECT_TRUE(b);
-    EXPECT_EQ(d, 0.5);
-    EXPECT_EQ(text, "keep");
-    EXPECT_STREQ(buffer, "0123");
 }
 
 TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
     const Text section(RegistryConfig::kDefaultSection);
+    const Cookie cookie('P', 99, 0, 12);
+    const IdStamp stamp(0x2A, 0x0123ABCD, 7);
     GlobalConfig().setValue(section, "cfgInt", 12);
-    GlobalConfig().setValue(section, "cfgDouble", 0.5);
-    GlobalConfig().setValue(section, "cfgBool", true);
     GlobalConfig().setValue(section, "cfgText", "some text");
-    GlobalConfig().setValue(section, "cfgBad", "12 apples");
-    EXPECT_EQ(config_int("cfgInt", 3), 12);
+    GlobalConfig().setValue(section, "cfgCookie", cookie.asString(true));
+    GlobalConfig().setValue(section, "cfgStamp", stamp.asString());
     EXPECT_EQ(config_long("cfgInt", 3), 12);
-    EXPECT_EQ(config_int("cfgBad", 3), 3);
-    EXPECT_EQ(config_int("cfgMissing", 3), 3);
-    EXPECT_EQ(config_double("cfgDouble", 1), 0.5);
-    EXPECT_TRUE(config_Bool("cfgBool", false));
-    EXPECT_FALSE(config_Bool("cfgMissing", false));
-    EXPECT_EQ(config_string("cfgText", "d"), "some text");
+    EXPECT_EQ(config_int("cfgText", 3), 3);
     EXPECT_EQ(config_string("cfgMissing", "d"), "d");
     char buffer[5];
     EXPECT_STREQ(config_string("cfgText", buffer, 5, "d"), "some");
-    const Cookie cookie('P', 99, 0, 12);
-    GlobalConfig().setValue(section, "cfgCookie", cookie.asString(true));
     EXPECT_EQ(config_cookie("cfgCookie", invalid_cookie), cookie);
-    EXPECT_EQ(config_cookie("cfgText", cookie), cookie);
-    EXPECT_EQ(config_cookie("cfgMissing", cookie), cookie);
-    const IdStamp stamp(0x2A, 0x0123ABCD, 7);
-    GlobalConfig().setValue(section, "cfgStamp", stamp.asString());
+    EXPECT_EQ(config_cookie("cfgText", cookie), cookie);  // text that is not a cookie gives the default
     EXPECT_EQ(config_IdStamp("cfgStamp", IdStamp(0, 0, 0)), stamp);
     EXPECT_EQ(config_IdStamp("cfgText", stamp), stamp);
-    EXPECT_EQ(config_IdStamp("cfgMissing", stamp), stamp);
 }
 
 TEST(ConfigOutb, IndentedNameValueLines) {
     TextFile file;
     config_outb out(file);
-    EXPECT_STREQ(out.get_prefix_string(), "");
-    int i = -3;
     bool flag = true;
-    strp_field field(Text("f"));
     IdStamp stamp(1, 2, 3);
     out.out("text", "hello there");
     out.indent();
-    out.out("int", i);
     out.out("unsigned", 4000000000u);
     out.indent();
     out.out("double", 0.25);
-    out.out("flag", flag);
-    out.out("field", field);
     out.outdent();
+    out.out("flag", flag);
     out.out("stamp", stamp);
-    out.out("cookie", invalid_cookie);
     EXPECT_EQ(std::string(file.text().c_str()),
-              "  text hello there\n    int -3\n    unsigned 4000000000\n      double 0.25000000\n"
-              "      flag true\n      field f\n    stamp 00000001000000023\n    cookie INVALID\n");
-    out.setDepth(15);
-    EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
-    out.setDepth(40);
+              "  text hello there\n    unsigned 4000000000\n      double 0.25000000\n    flag true\n"
+              "    stamp 00000001000000023\n");
+    out.setDepth(40);  // deeper than the deepest prefix
     EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
 }
 
