@@ -64,6 +64,11 @@ int CallbackChain::execute(const NotifyMsg& msg) {
 
 CallbackInvokerBase::~CallbackInvokerBase() = default;
 
+int CallbackInvokerBase::anyType() {
+    static const int any = NotifyMsgTypeDictionary::instance().anyMsgType();
+    return any;
+}
+
 Qv::Guard::~Guard() = default;
 
 // ---- notifiers -----------------------------------------------------------------------------------------

@@ -9,8 +9,8 @@
 // both directions, "destroy!" is 1 and is what a dying notifier sends to the registrations it still has.
 //
 // Ownership: a notifier does not own its listeners; it holds a counted reference to each callback object.
-// A guard may outlive its notifier: dropping it afterwards is harmless. Listeners must drop their guards
-// (or stop using the objects their callbacks touch) before those objects die.
+// A guard may outlive its notifier: dropping it afterwards is harmless (but not while another thread is
+// destroying that notifier). Listeners must drop their guards before the objects their callbacks touch die.
 //
 // Threads: each notifier has its own recursive critical section, held while registering, deregistering and
 // for the whole of an issue, callbacks included. Issues on one notifier from several threads are therefore
@@ -204,10 +204,7 @@ public:
     ~CallbackInvokerBase() override;
 
     // The wildcard id, read once from the dictionary.
-    static int anyType() {
-        static const int any = NotifyMsgTypeDictionary::instance().anyMsgType();
-        return any;
-    }
+    static int anyType();
     bool typeMatch(int type) const {
         const int any = anyType();
         return type_ == any || type == any || type_ == type;
