@@ -65,6 +65,7 @@ TEST(IdStampMaking, ThreadsMakingStampsTogetherGetDistinctOnes) {
 TEST(IdStampText, PrintsAndParsesTheThreeWords) {
     EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0)), "0000002A0123ABCD0");
     EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x1F)), "0000002A0123ABCD1F");
+    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x100)), "0000002A0123ABCD100");
     EXPECT_EQ(text(IdStamp(0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF)), "FFFFFFFFFFFFFFFFFFFFFFFF");
     EXPECT_EQ(text(IdStamp(0x2A, 0, 5)), "");  // time 0: not a valid stamp
 

@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -77,6 +76,21 @@ inline bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
 inline bool isAsciiLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 inline bool isAsciiAlnum(char c) { return isAsciiDigit(c) || isAsciiLetter(c); }
 inline bool isHexDigit(char c) { return isAsciiDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+
+// The first four characters of the UUID form: "%c%02d-" of the type and version, of which a three-digit
+// version leaves only "%c%03d" since the UUID text starts at position 4 regardless.
+inline void writeUUIDPrefix(char* out, CookieType type, unsigned version) {
+    out[0] = type;
+    if (version >= 100) {
+        out[1] = char('0' + version / 100);
+        out[2] = char('0' + version / 10 % 10);
+        out[3] = char('0' + version % 10);
+    } else {
+        out[1] = char('0' + version / 10);
+        out[2] = char('0' + version % 10);
+        out[3] = '-';
+    }
+}
 
 // Default version of a type: type S cookies are version 1, every other type 0.
 inline uint8_t defaultVersion(CookieType type) { return Cookie::typeFromChar(type) == 'S' ? 1 : 0; }
@@ -170,10 +184,7 @@ unsigned Cookie::writeText(char* out, bool withVersion) const noexcept {
     }
     const bool showVersion = withVersion || typeFromChar(type_) == 'S';
     if (isUUID_) {
-        // The version prints with at least two digits; the UUID starts at position 4 whatever it needs.
-        char prefix[16];
-        std::snprintf(prefix, sizeof prefix, "%c%02d-", type_, showVersion ? int(version_) : 0);
-        std::memcpy(out, prefix, 4);
+        writeUUIDPrefix(out, type_, showVersion ? version_ : 0);
         getUUID().asString(out + 4);
         return kUUIDTextLength;
     }
@@ -205,8 +216,8 @@ LightweightString<wchar_t> Cookie::asWString() const {
     if (type_ == 'I') return LightweightString<wchar_t>(L"INVALID");
     if (!isUUID_) return Qv::widen(asString(true).c_str());
     // The same prefix as the narrow form, but with the version in every case.
-    char prefix[16];
-    std::snprintf(prefix, sizeof prefix, "%c%02d-", type_, int(version_));
+    char prefix[4];
+    writeUUIDPrefix(prefix, type_, version_);
     wchar_t text[kUUIDTextLength + 1];
     for (int i = 0; i < 4; ++i) text[i] = wchar_t(static_cast<unsigned char>(prefix[i]));
     getUUID().asWString(text + 4);
