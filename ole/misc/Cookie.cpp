@@ -21,9 +21,9 @@ std::atomic<int> Cookie::localMachineNumber_{Cookie::kLocalMachine};
 
 namespace {
 
-const char kBase36Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-const char kBase52Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ()[]{}+-&$@!=;_~";
-const char kBase52Extras[] = "()[]{}+-&$@!=;_~";
+constexpr char kBase36Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr char kBase52Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ()[]{}+-&$@!=;_~";
+constexpr char kBase52Extras[] = "()[]{}+-&$@!=;_~";
 static_assert(sizeof(kBase36Codes) == 37 && sizeof(kBase52Codes) == 53 && sizeof(kBase52Extras) == 17,
               "code tables of 36, 52 and 16 characters");
 
