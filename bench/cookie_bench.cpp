@@ -26,12 +26,15 @@ const char* const kShortTexts[] = {"P00B002S", "E~0~0001", "G0(0ZZZZ", "S05B0007
                                    "V(0Z1A2B", "P1Z30000", "OZ0Z101K", "R@3$0XYZ"};
 constexpr unsigned kTextCount = sizeof kShortTexts / sizeof kShortTexts[0];
 
-const char* const kUUIDTexts[] = {"6ba7b810-9dad-11d1-80b4-00c04fd430c8", "6ba7b811-9dad-11d1-80b4-00c04fd430c8",
-                                  "f47ac10b-58cc-4372-a567-0e02b2c3d479", "00000000-0000-0000-0000-000000000001",
-                                  "123e4567-e89b-12d3-a456-426614174000", "9c5b94b1-35ad-49bb-b118-8e8fc24abf80",
-                                  "a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11", "c73bcdcc-2669-4bf6-81d3-e4ae73fb11fd"};
+const char* const kUUIDTexts[] = {
+    "6ba7b810-9dad-11d1-80b4-00c04fd430c8", "6ba7b811-9dad-11d1-80b4-00c04fd430c8",
+    "f47ac10b-58cc-4372-a567-0e02b2c3d479", "00000000-0000-0000-0000-000000000001",
+    "123e4567-e89b-12d3-a456-426614174000", "9c5b94b1-35ad-49bb-b118-8e8fc24abf80",
+    "a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11", "c73bcdcc-2669-4bf6-81d3-e4ae73fb11fd"};
 
-Cookie shortCookie(unsigned i) { return Cookie(kShortTexts[i % kTextCount], true); }
+Cookie shortCookie(unsigned i) {
+    return Cookie(kShortTexts[i % kTextCount], true);
+}
 
 // --- text out ---------------------------------------------------------------------------------------------
 

@@ -11,7 +11,8 @@
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);  // stops at the first NUL for the parsers
+    const std::string text(reinterpret_cast<const char*>(data),
+                           size);  // stops at the first NUL for the parsers
 
     Cookie::isValid(text.c_str());
     for (bool withVersion : {false, true}) {

@@ -16,7 +16,9 @@
 
 namespace {
 
-std::string text(const IdStamp& s) { return s.asString().c_str(); }
+std::string text(const IdStamp& s) {
+    return s.asString().c_str();
+}
 
 void expectWords(const IdStamp& s, unsigned machine, unsigned time, unsigned tick) {
     EXPECT_EQ(s.machineNum(), machine);

@@ -72,10 +72,18 @@ inline bool codeToPair(unsigned code, char& first, char& second) {
     return true;
 }
 
-inline bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
-inline bool isAsciiLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-inline bool isAsciiAlnum(char c) { return isAsciiDigit(c) || isAsciiLetter(c); }
-inline bool isHexDigit(char c) { return isAsciiDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+inline bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+inline bool isAsciiLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+inline bool isAsciiAlnum(char c) {
+    return isAsciiDigit(c) || isAsciiLetter(c);
+}
+inline bool isHexDigit(char c) {
+    return isAsciiDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
 
 // The first four characters of the UUID form: "%c%02d-" of the type and version, of which a three-digit
 // version leaves only "%c%03d" since the UUID text starts at position 4 regardless.
@@ -93,7 +101,9 @@ inline void writeUUIDPrefix(char* out, CookieType type, unsigned version) {
 }
 
 // Default version of a type: type S cookies are version 1, every other type 0.
-inline uint8_t defaultVersion(CookieType type) { return Cookie::typeFromChar(type) == 'S' ? 1 : 0; }
+inline uint8_t defaultVersion(CookieType type) {
+    return Cookie::typeFromChar(type) == 'S' ? 1 : 0;
+}
 
 }  // namespace
 
@@ -240,10 +250,10 @@ bool Cookie::isValid(const char* text) noexcept {
         if (!isAsciiLetter(text[0]) || !isAsciiDigit(text[1]) || !isAsciiDigit(text[2])) return false;
         for (int i : {3, 12, 17, 22, 27})
             if (text[i] != '-') return false;
-        // Position 19 (the first digit of the fourth group) is deliberately not looked at.
-        static const unsigned char kHexPositions[] = {4,  5,  6,  7,  8,  9,  10, 11, 13, 14, 15, 16, 18, 20,
-                                                      21, 23, 24, 25, 26, 28, 29, 30, 31, 32, 33, 34, 35, 36,
-                                                      37, 38, 39};
+        // Position 19 (the second digit of the third group) is deliberately not looked at.
+        static const unsigned char kHexPositions[] = {4,  5,  6,  7,  8,  9,  10, 11, 13, 14, 15,
+                                                      16, 18, 20, 21, 23, 24, 25, 26, 28, 29, 30,
+                                                      31, 32, 33, 34, 35, 36, 37, 38, 39};
         for (unsigned char i : kHexPositions)
             if (!isHexDigit(text[i])) return false;
         return true;
@@ -453,9 +463,12 @@ unsigned int Cookie::findHighestCookieNum() {
     // Bracket characters are wildcard syntax, so they are matched through a one-character class.
     LightweightString<wchar_t> pattern(L"P");
     for (char c : {code.first, '?', code.second}) {
-        if (c == '[') pattern += L"[[]";
-        else if (c == ']') pattern += L"[]]";
-        else pattern.push_back(wchar_t(c));
+        if (c == '[')
+            pattern += L"[[]";
+        else if (c == ']')
+            pattern += L"[]]";
+        else
+            pattern.push_back(wchar_t(c));
     }
     pattern += L"????*";
 
@@ -467,8 +480,7 @@ unsigned int Cookie::findHighestCookieNum() {
         Cookie cookie(name, false);
         if (!cookie.valid() && name.size() > ext.size() + 1 && name[name.size() - ext.size() - 1] == L'.')
             cookie = Cookie(name.substr(0, name.size() - ext.size() - 1), false);
-        if (cookie.valid() && int(cookie.getMachineNumber()) == machine &&
-            cookie.getNumber() > highest)
+        if (cookie.valid() && int(cookie.getMachineNumber()) == machine && cookie.getNumber() > highest)
             highest = cookie.getNumber();
     }
     Log("Highest Cookie num found is %u\n", highest);

@@ -24,7 +24,9 @@ StampState& stampState() {
     return state;
 }
 
-int64_t stampSecondNow() { return OS()->clock()->secondsSinceEpoch() - int64_t(IdStamp::kEpoch); }
+int64_t stampSecondNow() {
+    return OS()->clock()->secondsSinceEpoch() - int64_t(IdStamp::kEpoch);
+}
 
 // strtol base 16 of at most `n` characters of `text`, truncated to 32 bits.
 uint32_t hexField(const char* text, size_t n) {
