@@ -21,7 +21,9 @@
 
 namespace {
 
-LightweightString<wchar_t> wide(const std::string& path) { return fromUTF8(path.c_str()); }
+LightweightString<wchar_t> wide(const std::string& path) {
+    return fromUTF8(path.c_str());
+}
 
 ino_t inodeOf(const std::string& path) {
     struct stat st;
@@ -51,7 +53,8 @@ TEST_F(CookieJarTest, MissingOrUnusableCounterWarnsAndRestartsAtOne) {
         if (content) oletest::writeFile(path_, content);
         oletest::LogCapture log;
         CookieJar jar(wide(path_));
-        EXPECT_TRUE(log.contains(" WARNING!!! UNABLE TO FIND COOKIE NUMBER FILE\n")) << (content ? content : "none");
+        EXPECT_TRUE(log.contains(" WARNING!!! UNABLE TO FIND COOKIE NUMBER FILE\n"))
+            << (content ? content : "none");
         EXPECT_TRUE(log.contains(" in the current directory or (" + path_ + ")\n"));
         EXPECT_TRUE(log.contains(" This WILL cause repeat cookies and missing shots.\n"));
         EXPECT_EQ(jar.cookieNum(), 1u);
@@ -133,7 +136,8 @@ TEST_F(CookieJarTest, ImpossibleArgumentsGiveTheInvalidCookie) {
     EXPECT_FALSE(jar.makeCookie('Q', Cookie::eSerial, 0).valid());
     EXPECT_FALSE(jar.makeCookie('S', Cookie::eSerial, 40).valid());
     const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("assertion failed makeCookie type and version at ole/misc/CookieJar line "), std::string::npos);
+    EXPECT_NE(out.find("assertion failed makeCookie type and version at ole/misc/CookieJar line "),
+              std::string::npos);
     EXPECT_EQ(jar.cookieNum(), 10u);  // nothing consumed
     // A UUID cookie takes the type as it is.
     EXPECT_EQ(jar.makeCookie('Q', Cookie::eUUID, 0).getType(), 'Q');
@@ -210,9 +214,7 @@ public:
     }
 
     // The next "<tag> <number>" line; false at the end of the output.
-    bool next(char& tag, unsigned& number) {
-        return out_ && std::fscanf(out_, " %c %u", &tag, &number) == 2;
-    }
+    bool next(char& tag, unsigned& number) { return out_ && std::fscanf(out_, " %c %u", &tag, &number) == 2; }
     void kill() { ::kill(pid_, SIGKILL); }
     int wait() {
         int status = 0;

@@ -10,14 +10,16 @@
 #include <vector>
 
 // Cookies in failure messages as their text.
-void PrintTo(const Cookie& c, std::ostream* os) { *os << c.asString(true).c_str(); }
+void PrintTo(const Cookie& c, std::ostream* os) {
+    *os << c.asString(true).c_str();
+}
 
 namespace {
 
-const Cookie kP('P', 100, 0, 5);                  // P00B002S
-const Cookie kO('O', 7, 3, 5);                    // O03B0007
-const Cookie kS('S', 7, 5, 5);                    // S05B0007
-const Cookie kE('E', 1, 0, 2703);                 // E~0~0001
+const Cookie kP('P', 100, 0, 5);   // P00B002S
+const Cookie kO('O', 7, 3, 5);     // O03B0007
+const Cookie kS('S', 7, 5, 5);     // S05B0007
+const Cookie kE('E', 1, 0, 2703);  // E~0~0001
 const Qv::UUID kId("6BA7B810-9DAD-11D1-80B4-00C04FD430C8");
 
 std::string bytesOf(const PStream& s) {
@@ -79,8 +81,8 @@ TEST(CookieVec, StreamsCountAndShortTextsWithoutVersions) {
     PStream out;
     EXPECT_EQ(vec.pack(out), STRM_OK);
     const std::string expected = std::string("\x05\x00\x00\x00", 4) + "P00B002S" + '\0' + "O00B0007" + '\0' +
-                                 "S05B0007" + '\0' + "INVALID" + '\0' + "P00-6BA7B810-9DAD-11D1-80B4-00C04FD430C8" +
-                                 '\0';
+                                 "S05B0007" + '\0' + "INVALID" + '\0' +
+                                 "P00-6BA7B810-9DAD-11D1-80B4-00C04FD430C8" + '\0';
     EXPECT_EQ(bytesOf(out), expected);
 
     out.seek(0);

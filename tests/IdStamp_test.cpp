@@ -16,7 +16,9 @@
 
 namespace {
 
-std::string text(const IdStamp& s) { return s.asString().c_str(); }
+std::string text(const IdStamp& s) {
+    return s.asString().c_str();
+}
 
 void expectWords(const IdStamp& s, unsigned machine, unsigned time, unsigned tick) {
     EXPECT_EQ(s.machineNum(), machine);
@@ -65,6 +67,7 @@ TEST(IdStampMaking, ThreadsMakingStampsTogetherGetDistinctOnes) {
 TEST(IdStampText, PrintsAndParsesTheThreeWords) {
     EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0)), "0000002A0123ABCD0");
     EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x1F)), "0000002A0123ABCD1F");
+    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x100)), "0000002A0123ABCD100");
     EXPECT_EQ(text(IdStamp(0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF)), "FFFFFFFFFFFFFFFFFFFFFFFF");
     EXPECT_EQ(text(IdStamp(0x2A, 0, 5)), "");  // time 0: not a valid stamp
 

@@ -20,10 +20,9 @@ Array& Array::operator=(const Array& other) {
 Array::~Array() = default;
 
 std::size_t Array::lowerBound(const ArrayRec& key) const {
-    const auto at = std::lower_bound(records_.begin(), records_.end(), &key,
-                                     [](const std::unique_ptr<ArrayRec>& held, const ArrayRec* k) {
-                                         return held->compare(*k) < 0;
-                                     });
+    const auto at = std::lower_bound(
+        records_.begin(), records_.end(), &key,
+        [](const std::unique_ptr<ArrayRec>& held, const ArrayRec* k) { return held->compare(*k) < 0; });
     return std::size_t(at - records_.begin());
 }
 

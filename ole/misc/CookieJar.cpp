@@ -34,7 +34,9 @@ CookieJar::CookieJar(const LightweightString<wchar_t>& counterPath)
     init();
 }
 
-CookieJar::~CookieJar() { flush(); }
+CookieJar::~CookieJar() {
+    flush();
+}
 
 const LightweightString<wchar_t>& CookieJar::getCookieDotNumPath() {
     static const LightweightString<wchar_t> path = joinPath(getDefaultLocalProjectsDir(), L"cookie.num");
@@ -107,7 +109,8 @@ bool CookieJar::writeCookieNum(const LightweightString<wchar_t>& path) {
     const int length = std::snprintf(digits, sizeof digits, "%d", int(nextNumber_));
     if (!fs->writeAtomically(path.c_str(), digits, size_t(length))) {
         LogBoth(
-            "******************************************\n\nWARNING!!! UNABLE TO UPDATE COOKIE NUMBER FILE\n(%s)\n "
+            "******************************************\n\nWARNING!!! UNABLE TO UPDATE COOKIE NUMBER "
+            "FILE\n(%s)\n "
             "This WILL cause repeat cookies and missing shots.\n DO SOMETHING NOW!!!\n \n "
             "**************************************\n",
             toUTF8(path).c_str());
@@ -122,4 +125,6 @@ Cookie newCookie(CookieType type, int version) {
     return jar.makeCookie(type, jar.getDefaultCookieVersion(), version);
 }
 
-Cookie newContainerCookie() { return newCookie('G', 0); }
+Cookie newContainerCookie() {
+    return newCookie('G', 0);
+}

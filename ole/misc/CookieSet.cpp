@@ -86,7 +86,9 @@ int CookieSetRec::compare(const ArrayRec& other) const {
     return cookie_.compare(static_cast<const CookieSetRec&>(other).cookie_);
 }
 
-void CookieSetRec::printOn(GrowString& out) const { printCookie(out, cookie_); }
+void CookieSetRec::printOn(GrowString& out) const {
+    printCookie(out, cookie_);
+}
 
 void CookieSetRep::add(const Cookie& cookie) {
     records_.intern(std::make_unique<CookieSetRec>(cookie));
@@ -136,8 +138,10 @@ bool CookieSet::remove(const Cookie& cookie) {
 }
 
 void CookieSet::purge() {
-    if (rep_.refCount() > 1) rep_ = Qv::makePtr<CookieSetRep>();
-    else rep_->init();
+    if (rep_.refCount() > 1)
+        rep_ = Qv::makePtr<CookieSetRep>();
+    else
+        rep_->init();
 }
 
 void CookieSet::unshare() {

@@ -6,7 +6,6 @@
 #include <platform/OS.h>
 #include <platform/Threads.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -25,7 +24,9 @@ StampState& stampState() {
     return state;
 }
 
-int64_t stampSecondNow() { return OS()->clock()->secondsSinceEpoch() - int64_t(IdStamp::kEpoch); }
+int64_t stampSecondNow() {
+    return OS()->clock()->secondsSinceEpoch() - int64_t(IdStamp::kEpoch);
+}
 
 // strtol base 16 of at most `n` characters of `text`, truncated to 32 bits.
 uint32_t hexField(const char* text, size_t n) {
@@ -76,7 +77,18 @@ unsigned IdStamp::writeText(char* out) const noexcept {
         out[0] = '\0';
         return 0;
     }
-    return unsigned(std::snprintf(out, 25, "%08X%08X%X", machine_, time_, tick_));
+    // "%08X%08X%X", written directly: this runs for every stamp stored in configuration and streams.
+    static const char kHex[] = "0123456789ABCDEF";
+    for (int i = 0; i < 8; ++i) {
+        out[i] = kHex[(machine_ >> (28 - 4 * i)) & 0xF];
+        out[8 + i] = kHex[(time_ >> (28 - 4 * i)) & 0xF];
+    }
+    unsigned length = 16;
+    int shift = 28;
+    while (shift > 0 && (tick_ >> shift) == 0) shift -= 4;
+    for (; shift >= 0; shift -= 4) out[length++] = kHex[(tick_ >> shift) & 0xF];
+    out[length] = '\0';
+    return length;
 }
 
 LightweightString<char> IdStamp::asString() const {
