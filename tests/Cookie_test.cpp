@@ -13,9 +13,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <ostream>
 #include <string>
 #include <unistd.h>
 #include <vector>
+
+// Cookies in failure messages as their text.
+void PrintTo(const Cookie& c, std::ostream* os) {
+    *os << c.asString(true).c_str();
+}
 
 namespace {
 
@@ -24,9 +30,13 @@ static_assert(kVideoBlack.valid() && kVideoBlack.getNumber() == 1 && kVideoBlack
               "built-in cookies can be constants");
 static_assert(!invalid_cookie.valid() && invalid_cookie.getType() == 'I', "the invalid cookie is a constant");
 
-std::string text(const Cookie& c, bool withVersion = true) { return c.asString(withVersion).c_str(); }
+std::string text(const Cookie& c, bool withVersion = true) {
+    return c.asString(withVersion).c_str();
+}
 
-std::string narrow(const LightweightString<wchar_t>& w) { return toUTF8(w).c_str(); }
+std::string narrow(const LightweightString<wchar_t>& w) {
+    return toUTF8(w).c_str();
+}
 
 const char kUUIDText[] = "6BA7B810-9DAD-11D1-80B4-00C04FD430C8";
 
@@ -65,7 +75,9 @@ TEST(CookieCodes, BadCodesAndCharactersThrowWithTheirPlaceOfOrigin) {
         EXPECT_STREQ(e.file(), "ole/misc/Cookie");
         EXPECT_EQ(e.line(), 965);
     }
-    for (const char* pair : {"0*", "*0", "0 ", "\x80" "0"}) {
+    for (const char* pair : {"0*", "*0", "0 ",
+                             "\x80"
+                             "0"}) {
         try {
             Cookie::base52Map36ToInt(pair[0], pair[1]);
             FAIL() << "no exception for " << pair;
@@ -101,7 +113,7 @@ TEST(CookieText, ShortFormRoundTripsAtEveryCodeRangeBoundary) {
         int machine;
         char first, second;
     };
-    const Case cases[] = {{647, 'Z', 'Z'}, {648, '0', '0'},  {0, '0', '1'},    {1, '0', '3'},
+    const Case cases[] = {{647, 'Z', 'Z'},  {648, '0', '0'},  {0, '0', '1'},    {1, '0', '3'},
                           {1296, '0', '('}, {1871, 'Z', '~'}, {1872, '(', '0'}, {2703, '~', '~'}};
     for (const Case& c : cases) {
         const Cookie cookie('P', 100, 0, c.machine);
@@ -215,20 +227,15 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
     std::string noDash = "P07" + uuidTail;
     noDash[3] = 'x';
     const Case cases[] = {
-        {"P00B002S", true, true},
-        {"p00B002S", false, true},  // lower-case type letter
-        {"P00b002S", false, true},  // lower-case machine code
-        {"B00B002S", false, true},  // a type outside the narrower set
-        {"P00B00.S", false, true},  // punctuation in the number counts as 0
-        {"P0.B002S", false, true},
-        {"P00*002S", false, false},
-        {"A00B002S", false, false},
-        {gapAt19, true, false},  // position 19 is not looked at by the check
-        {noDash, false, true},   // position 3 is not looked at by the parser
-        {"A07" + uuidTail, true, false},
-        {"b07" + uuidTail, true, true},
-        {"P7A" + uuidTail, false, true},
-        {"INVALID", false, false},
+        {"P00B002S", true, true},        {"p00B002S", false, true},  // lower-case type letter
+        {"P00b002S", false, true},                                   // lower-case machine code
+        {"B00B002S", false, true},                                   // a type outside the narrower set
+        {"P00B00.S", false, true},                                   // punctuation in the number counts as 0
+        {"P0.B002S", false, true},       {"P00*002S", false, false},
+        {"A00B002S", false, false},      {gapAt19, true, false},  // position 19 is not looked at by the check
+        {noDash, false, true},                                    // position 3 is not looked at by the parser
+        {"A07" + uuidTail, true, false}, {"b07" + uuidTail, true, true},
+        {"P7A" + uuidTail, false, true}, {"INVALID", false, false},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(Cookie::isValid(c.text.c_str()), c.wellFormed) << c.text;
@@ -239,13 +246,15 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
 }
 
 TEST(CookieCompare, MixedDirectionsOrderASortedSet) {
-    const Cookie v1('V', 1, 0, 5), p1('P', 1, 0, 5), p256('P', 256, 0, 5), p1v2('P', 1, 2, 5), b1('B', 1, 0, 5);
+    const Cookie v1('V', 1, 0, 5), p1('P', 1, 0, 5), p256('P', 256, 0, 5), p1v2('P', 1, 2, 5),
+        b1('B', 1, 0, 5);
     EXPECT_GT(b1.compare(p1), 0);
     EXPECT_LT(p1.compare(b1), 0);
     EXPECT_LT(p1.compare(p1v2), 0);
 
     const std::set<Cookie> sorted = {b1, p1v2, p256, v1, p1, Cookie('P', 1, 0, 5)};
-    const std::vector<Cookie> expected = {v1, p1, p256, p1v2, b1};  // types down, versions up, identities down
+    const std::vector<Cookie> expected = {v1, p1, p256, p1v2,
+                                          b1};  // types down, versions up, identities down
     EXPECT_EQ(std::vector<Cookie>(sorted.begin(), sorted.end()), expected);
 
     // The form takes no part: equal identity bytes are equal cookies.
@@ -264,8 +273,8 @@ TEST(CookieEffects, BuiltInPredicatesAndWipes) {
     struct Range {
         int first, last, direction;
     };
-    for (const Range& r : {Range{46657, 46676, 0}, Range{47953, 47972, 0}, Range{93313, 93332, 1},
-                           Range{94609, 94628, 1}}) {
+    for (const Range& r :
+         {Range{46657, 46676, 0}, Range{47953, 47972, 0}, Range{93313, 93332, 1}, Range{94609, 94628, 1}}) {
         EXPECT_FALSE(Cookie('V', r.first - 1, 0, 647).isWipe()) << r.first;
         EXPECT_FALSE(Cookie('V', r.last + 1, 0, 647).isWipe()) << r.last;
         EXPECT_TRUE(Cookie('V', r.first, 0, 647).isWipe());
