@@ -2,7 +2,8 @@
 // counter lives under $QUORVANE_HOME, and reports on standard output what it did.
 //
 //   cookie_child run N   allocate N cookies, print each number, exit normally (the jar flushes at exit)
-//   cookie_child loop    print "S <first number>", then for ever: allocate, flush, print "F <last number>"
+//   cookie_child loop    print "I <process id>" and "S <first number>", then for ever: allocate, flush,
+//                        print "F <last number>"
 
 #include <ole/misc/CookieJar.h>
 
@@ -28,6 +29,7 @@ int main(int argc, char** argv) {
     }
     if (argc == 2 && std::strcmp(argv[1], "loop") == 0) {
         CookieJar& jar = CookieJar::instance();
+        say('I', unsigned(::getpid()));
         say('S', newCookie('P', 0).getNumber());
         for (unsigned round = 0;; ++round) {
             unsigned last = 0;
