@@ -1,44 +1,56 @@
-// The ole command-line tool. For now it shows that the library loads and that its core types share
-// their storage; the commands come later.
+// The ole command-line tool: converts and checks the things the library knows (timecode, footage and
+// pulldown, frame rates and output formats, cookies and IdStamps, configb files and the editor
+// preferences) for people and scripts, without writing C++.
 
-#include <ole/Qv/LightweightString.h>
-#include <ole/Qv/Ptr.h>
+#include "Commands.h"
+#include "Output.h"
 
 #include <cstdio>
-#include <cstring>
+#include <exception>
 
-namespace {
-
-void usage(std::FILE* out) { std::fprintf(out, "usage: ole [--help]\n"); }
-
-void showSharing() {
-    LightweightString<char> name("timeline");
-    LightweightString<char> copy = name;
-    std::printf("string \"%s\": %d holders\n", name.c_str(), name.refCount());
-    copy.push_back('s');
-    std::printf("after a change to one copy: \"%s\" %d holder, \"%s\" %d holder\n", name.c_str(),
-                name.refCount(), copy.c_str(), copy.refCount());
-
-    Qv::Ptr<iObject> object(new iObject);
-    Qv::Ptr<iObject> other = object;
-    std::printf("shared object: %d holders\n", object.refCount());
-    other.reset();
-    std::printf("after one release: %d holder\n", object.refCount());
-}
-
-}  // namespace
+#ifndef OLE_TOOL_VERSION
+#define OLE_TOOL_VERSION "unknown"
+#endif
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
-            usage(stdout);
-            showSharing();
-            return 0;
-        }
-        std::fprintf(stderr, "ole: unknown argument '%s'\n", argv[i]);
-        usage(stderr);
+    CLI::App app{"Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
+                 "configb files and editor preferences.",
+                 "ole"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "ole " OLE_TOOL_VERSION);
+
+    oletool::addTimecodeCommands(app);
+    oletool::addFootageCommands(app);
+    oletool::addTableCommands(app);
+    oletool::addCookieCommands(app);
+    oletool::addConfigCommands(app);
+    oletool::addPrefsCommands(app);
+
+    // Set last, so that the subcommands do not inherit it.
+    app.footer(
+        "Run 'ole COMMAND --help' for the options of a command.\n"
+        "Query commands take --json for output meant for scripts.\n"
+        "\n"
+        "Exit status: 0 success; 1 bad input (a value, file or cookie that does not parse) or a failed "
+        "check; 2 usage error (unknown command or option, missing argument).");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e);  // --help, --version
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "ole: %s\nRun 'ole --help' for usage.\n", e.what());
         return 2;
+    } catch (const oletool::AlreadyReported&) {
+        return 1;
+    } catch (const oletool::InputError& e) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "ole: %s\n", e.what());
+        return 1;
+    } catch (const std::exception& e) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "ole: %s\n", e.what());
+        return 1;
     }
-    showSharing();
     return 0;
 }
