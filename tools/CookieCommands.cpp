@@ -1,0 +1,237 @@
+// ole cookie: allocate cookies from this user's counter, decode cookie texts, check them.
+// ole idstamp: make IdStamps and decode their text.
+
+#include "Arguments.h"
+#include "Commands.h"
+
+#include <ole/misc/Cookie.h>
+#include <ole/misc/CookieJar.h>
+#include <ole/misc/IdStamp.h>
+#include <ole/misc/filmgauge.h>
+#include <platform/OS.h>
+#include <platform/Paths.h>
+#include <platform/RegistryConfig.h>
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <vector>
+
+namespace oletool {
+namespace {
+
+struct NewCookieOptions {
+    std::string type = "G";
+    std::string version;
+    std::string count = "1";
+    bool uuid = false;
+    bool json = false;
+};
+
+std::string cookieText(const Cookie& c) { return str(c.asString(true)); }
+
+// A counter that has never existed (no counter file and no project of this machine) is started at 1, as
+// the jar itself would, but without the jar's warning about lost numbers, which is meant for a counter
+// that went missing.
+void startCounterOnFirstUse() {
+    const LightweightString<wchar_t>& path = CookieJar::getCookieDotNumPath();
+    const Qv::FileSystem* fs = OS()->fileSystem();
+    if (fs->exists(path.c_str()) || Cookie::findHighestCookieNum() != 0) return;
+    fs->createDirectory(getDefaultLocalProjectsDir().c_str());
+    if (fs->writeAtomically(path.c_str(), "1", 1))
+        std::fprintf(stderr, "ole: started the cookie counter at %s\n", str(path).c_str());
+}
+
+Value newCookies(const NewCookieOptions& o) {
+    if (o.type.size() != 1 || Cookie::typeFromChar(o.type[0]) == 'I')
+        throw InputError("--type: " + quote(o.type) + " is not a cookie type (one of B C D E F G M O P R S T V)");
+    const CookieType type = Cookie::typeFromChar(o.type[0]);
+    // The type's default version is given explicitly: the jar stores a version as given for UUID cookies,
+    // where the "default" 255 would print as three digits and break the text form.
+    const int version = o.version.empty() ? (type == 'S' ? 1 : 0) : int(parseInteger(o.version, "--version", 0, 35));
+    const int count = int(parseInteger(o.count, "--count", 1, 10000));
+
+    startCounterOnFirstUse();  // the jar reads the counter whichever form is asked for
+    CookieJar& jar = CookieJar::instance();
+    Value cookies = Value::array();
+    for (int i = 0; i < count; ++i) {
+        const Cookie c = jar.makeCookie(type, o.uuid ? Cookie::eUUID : Cookie::eSerial, version);
+        if (!c.valid()) throw InputError("could not make a cookie of type " + o.type);
+        cookies.add(cookieText(c));
+    }
+    jar.flush();
+    // The jar marks the run as not yet ended; this one ended normally.
+    UserConfig().setValue(RegistryConfig::kDefaultSection, "Normal Exit", true);
+
+    Value out = Value::object();
+    out.set("cookies", std::move(cookies));
+    return out;
+}
+
+// The kind of built-in effect a cookie of machine 647 names; null for other cookies.
+Value builtInEffect(const Cookie& c) {
+    static const struct {
+        const Cookie* cookie;
+        const char* name;
+    } kNamed[] = {{&video_black, "video black"},       {&audio_black, "audio black"},
+                  {&video_dissolve, "video dissolve"}, {&film_dissolve, "film dissolve"},
+                  {&audio_dissolve, "audio dissolve"}, {&video_mix50, "video mix 50%"},
+                  {&audio_mix50, "audio mix 50%"}};
+    if (c.isUUID() || c.getMachineNumber() != unsigned(Cookie::kBuiltInMachineNumber)) return nullptr;
+    for (const auto& named : kNamed)
+        if (*named.cookie == c) return named.name;
+    if (c.isFilmDissolve()) return "film dissolve";
+    if (c.isDissolve()) return "dissolve";
+    if (c.isWipe()) return "wipe";
+    if (c.isEffectGraph()) return "effect graph";
+    if (c.isInput()) return "input";
+    return "other";
+}
+
+Value showCookie(const std::string& text) {
+    const Cookie c = parseCookie(text);
+    Value out = Value::object();
+    out.set("text", text);
+    out.set("canonical", cookieText(c));
+    out.set("well_formed", Cookie::isValid(text.c_str()));
+    out.set("form", c.isUUID() ? "uuid" : "short");
+    out.set("type", std::string(1, c.getType()));
+    out.set("version", unsigned(c.getVersion()));
+    if (c.isUUID()) {
+        char uuid[40];
+        c.getUUID().asString(uuid);
+        out.set("uuid", uuid);
+        return out;
+    }
+    const std::string canonical = cookieText(c);
+    out.set("machine", c.getMachineNumber());
+    out.set("machine_code", canonical.substr(1, 1) + canonical.substr(3, 1));
+    out.set("serial", c.getNumber());
+    out.set("serial_base36", canonical.substr(4, 4));
+    const Value effect = builtInEffect(c);
+    out.set("builtin_effect", effect);
+    if (c.isWipe()) {
+        out.set("wipe_type", c.wipeType());
+        out.set("wipe_direction", c.wipeDirection());
+    }
+    return out;
+}
+
+struct CheckOptions {
+    std::vector<std::string> texts;
+    bool json = false;
+};
+
+// Well-formedness as the library judges it; exits 1 when any text fails.
+void checkCookies(const CheckOptions& o) {
+    Value results = Value::array();
+    bool allGood = true;
+    for (const std::string& text : o.texts) {
+        const bool good = Cookie::isValid(text.c_str());
+        const Cookie parsed(text.c_str(), true);
+        allGood = allGood && good;
+        Value r = Value::object();
+        r.set("text", text);
+        r.set("well_formed", good);
+        r.set("reads_as", parsed.valid() ? Value(cookieText(parsed)) : Value());
+        results.add(std::move(r));
+        if (good) {
+            if (!o.json) std::printf("%s: well-formed\n", text.c_str());
+        } else {
+            std::fflush(stdout);
+            std::fprintf(stderr, "ole: %s is not a well-formed cookie text%s\n", quote(text).c_str(),
+                         parsed.valid() ? (" (the editor reads it as " + cookieText(parsed) + ")").c_str() : "");
+        }
+    }
+    if (o.json) print(results, true);
+    if (!allGood) throw AlreadyReported{};
+}
+
+struct IdStampOptions {
+    std::string text;
+    std::string count = "1";
+    bool json = false;
+};
+
+// New identifiers: {"cookies": [...]} as JSON, or one per line for people and shell loops.
+void printList(const Value& out, const char* key, bool json) {
+    if (json) return print(out, true);
+    for (const Value& v : out.find(key)->elements()) std::printf("%s\n", v.asString().c_str());
+}
+
+Value showIdStamp(const IdStamp& stamp) {
+    const std::time_t created = std::time_t(IdStamp::kEpoch) + std::time_t(stamp.timeBits());
+    std::tm utc{};
+    gmtime_r(&created, &utc);
+    char when[40];
+    std::strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", &utc);
+
+    Value out = Value::object();
+    out.set("text", str(stamp.asString()));
+    out.set("machine", stamp.machineNum());
+    out.set("time_bits", stamp.timeBits());
+    out.set("created", when);
+    out.set("tick", stamp.tickCount());
+    out.set("magic", stamp.isMagic());
+    out.set("magic_type", unsigned(stamp.getMagicType()));
+    return out;
+}
+
+}  // namespace
+
+void addCookieCommands(CLI::App& app) {
+    CLI::App* cookie = app.add_subcommand("cookie", "Make, decode and check cookies");
+    cookie->require_subcommand(1);
+
+    auto n = std::make_shared<NewCookieOptions>();
+    CLI::App* make = cookie->add_subcommand("new", "Allocate new cookies from this user's cookie counter");
+    make->add_option("-t,--type", n->type, "Type letter: B C D E F G M O P R S T V (default G, a container)");
+    make->add_option("-v,--version", n->version, "Version 0..35 (default: the type's own, 1 for S, else 0)");
+    make->add_option("-n,--count", n->count, "How many (default 1)");
+    make->add_flag("-u,--uuid", n->uuid, "Make UUID cookies (40 characters) instead of serial ones");
+    addJsonFlag(make, n->json);
+    make->callback([n] { printList(newCookies(*n), "cookies", n->json); });
+
+    auto s = std::make_shared<std::pair<std::string, bool>>();
+    CLI::App* show = cookie->add_subcommand("show", "Decode a cookie text into its fields");
+    show->add_option("cookie", s->first, "Cookie text, 8 or 40 characters")->required();
+    addJsonFlag(show, s->second);
+    show->callback([s] { print(showCookie(s->first), s->second); });
+
+    auto c = std::make_shared<CheckOptions>();
+    CLI::App* check = cookie->add_subcommand("check", "Check that cookie texts are well-formed (exit status 1 if not)");
+    check->add_option("cookies", c->texts, "Cookie texts")->required();
+    addJsonFlag(check, c->json);
+    check->callback([c] { checkCookies(*c); });
+    cookie->footer(
+        "Examples:\n"
+        "  ole cookie new --type P --count 3\n"
+        "  ole cookie show P00B002S\n"
+        "  ole cookie check P00B002S p00B002S");
+
+    CLI::App* idstamp = app.add_subcommand("idstamp", "Make and decode IdStamps");
+    idstamp->require_subcommand(1);
+    auto in = std::make_shared<IdStampOptions>();
+    CLI::App* make2 = idstamp->add_subcommand("new", "Make new IdStamps for this machine");
+    make2->add_option("-n,--count", in->count, "How many (default 1)");
+    addJsonFlag(make2, in->json);
+    make2->callback([in] {
+        const int count = int(parseInteger(in->count, "--count", 1, 10000));
+        Value stamps = Value::array();
+        for (int i = 0; i < count; ++i) stamps.add(str(IdStamp().asString()));
+        Value out = Value::object();
+        out.set("idstamps", std::move(stamps));
+        printList(out, "idstamps", in->json);
+    });
+    auto is = std::make_shared<IdStampOptions>();
+    CLI::App* show2 = idstamp->add_subcommand("show", "Decode an IdStamp text into its fields");
+    show2->add_option("idstamp", is->text, "IdStamp text, 17 to 24 hexadecimal digits")->required();
+    addJsonFlag(show2, is->json);
+    show2->callback([is] { print(showIdStamp(parseIdStamp(is->text)), is->json); });
+    idstamp->footer(
+        "Examples:\n"
+        "  ole idstamp new --count 2\n"
+        "  ole idstamp show 0000002A0123ABCD0 --json");
+}
+
+}  // namespace oletool
