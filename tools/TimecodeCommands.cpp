@@ -175,17 +175,19 @@ void addTimecodeCommands(CLI::App& app) {
     CLI::App* cmd = app.add_subcommand(
         "timecode", "Convert between seconds, frame counts and timecode text at a frame rate");
     cmd->add_option("-r,--rate", o->rate, "Frame rate: persistable (30M) or display (\"29.97 fps\") string")
-        ->required();
+        ->required()
+        ->type_name("RATE");
     CLI::App* input = cmd->add_option_group("input", "The time to convert (give exactly one)");
-    input->add_option("-s,--seconds", o->seconds, "Time in seconds");
-    input->add_option("-f,--frames", o->frames, "Frame count from 0 (film frames with --pulldown)");
-    input->add_option("-t,--tc", o->timecode, "Timecode text HH:MM:SS.FF, or HH:MM:SS;FF for drop frame");
+    input->add_option("-s,--seconds", o->seconds, "Time in seconds")->type_name("SECONDS");
+    input->add_option("-f,--frames", o->frames, "Frame count from 0 (film frames with --pulldown)")->type_name("N");
+    input->add_option("-t,--tc", o->timecode, "Timecode text HH:MM:SS.FF, or HH:MM:SS;FF for drop frame")->type_name("TIMECODE");
     input->require_option(1);
     cmd->add_flag("-d,--drop", o->drop, "Drop-frame timecode (29.97 fps only); implied by ';' in --tc");
     CLI::Option* pulldown = cmd->add_flag("-p,--pulldown", o->pulldown, "Frame counts are film frames carried by pulldown");
-    cmd->add_option("--phase", o->phase, "Film frames into the pulldown cycle (default 0)")->needs(pulldown);
+    cmd->add_option("--phase", o->phase, "Film frames into the pulldown cycle (default 0)")->needs(pulldown)->type_name("N");
     cmd->add_option("--flags", o->flags,
-                    "Timecode fields to show: 0..15, or hours,minutes,seconds,frames,full (default 15)");
+                    "Timecode fields to show: 0..15, or hours,minutes,seconds,frames,full (default 15)")
+        ->type_name("FLAGS");
     CLI::Option* json = addJsonFlag(cmd, o->json);
     cmd->add_option("--to", o->to, "Print only this form")
         ->check(CLI::IsMember({"seconds", "frames", "timecode"}))
