@@ -26,8 +26,12 @@ std::string readWholeFile(const std::string& path) {
 }
 
 void writeWholeFile(const std::string& path, const std::string& content) {
+    // The replacement is made with the platform's default mode; a file that was kept private stays so.
+    struct stat before;
+    const bool existed = ::stat(path.c_str(), &before) == 0;
     if (!OS()->fileSystem()->writeAtomically(fromUTF8(path.c_str()).c_str(), content.data(), content.size()))
         throw InputError("cannot write " + quote(path));
+    if (existed) ::chmod(path.c_str(), before.st_mode & 07777);
 }
 
 bool fileExists(const std::string& path) {

@@ -11,7 +11,7 @@ namespace oletool {
 
 // The bytes of the file; InputError naming the file and the reason when it cannot be read.
 std::string readWholeFile(const std::string& path);
-// Replaces the file's content atomically; InputError when it cannot be written.
+// Replaces the file's content atomically, keeping its permissions; InputError when it cannot be written.
 void writeWholeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
 
