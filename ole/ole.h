@@ -23,9 +23,14 @@
 
 // Families
 #include <ole/misc/TextFile.h>
+#include <ole/misc/Cookie.h>
+#include <ole/misc/CookieJar.h>
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+#include <ole/misc/IdStamp.h>
+#include <ole/misc/Array.h>
+#include <ole/misc/CookieSet.h>

@@ -1,0 +1,255 @@
+#include <ole/misc/Cookie.h>
+
+#include "support/TestHome.h"
+
+#include <platform/Exception.h>
+#include <platform/OS.h>
+#include <platform/Paths.h>
+#include <platform/RegistryConfig.h>
+#include <platform/Strings.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <ostream>
+#include <set>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+// Cookies in failure messages as their text.
+void PrintTo(const Cookie& c, std::ostream* os) {
+    *os << c.asString(true).c_str();
+}
+
+namespace {
+
+constexpr Cookie kVideoBlack('V', 1, 0, 647);
+static_assert(kVideoBlack.valid() && kVideoBlack.getMachineNumber() == 647, "built-in cookies are constants");
+static_assert(!invalid_cookie.valid(), "the invalid cookie is a constant");
+
+const char kUUIDText[] = "6BA7B810-9DAD-11D1-80B4-00C04FD430C8";
+
+std::string text(const Cookie& c, bool withVersion = true) {
+    return c.asString(withVersion).c_str();
+}
+std::string narrow(const LightweightString<wchar_t>& w) {
+    return toUTF8(w).c_str();
+}
+
+template <class F>
+void expectRuntimeError(F f, const char* message, int line) {
+    try {
+        f();
+        ADD_FAILURE() << "no exception: " << message;
+    } catch (const Qv::Exception::RuntimeError& e) {
+        EXPECT_EQ(e.message(), message);
+        EXPECT_STREQ(e.file(), "ole/misc/Cookie");
+        EXPECT_EQ(e.line(), line);
+    }
+}
+
+}  // namespace
+
+TEST(CookieCodes, EveryMachineNumberHasItsOwnCodeAndPair) {
+    std::set<std::pair<char, char>> pairs;
+    for (int m = 0; m <= 2703; ++m) {
+        const unsigned code = Cookie::encodeMachineNumber(m);
+        ASSERT_EQ(Cookie::decodeMachineNumber(code), m);
+        const std::pair<char, char> pair = Cookie::get2DigitBase52Map36Code(code);
+        ASSERT_EQ(Cookie::base52Map36ToInt(pair.first, pair.second), code) << m;
+        pairs.insert(pair);
+        const Cookie cookie('E', m * 613 % 1679616, 7, m);  // and the whole text form
+        ASSERT_EQ(Cookie(cookie.asString(true).c_str(), true), cookie);
+    }
+    EXPECT_EQ(pairs.size(), 2704u);
+    EXPECT_EQ(Cookie::encodeMachineNumber(2704), 0xFFFFFFFFu);
+    EXPECT_EQ(Cookie::decodeMachineNumber(2704), 65535);
+    EXPECT_EQ(Cookie::base52Map36ToInt('z', 'z'), 1295u);
+    expectRuntimeError([] { Cookie::get2DigitBase52Map36Code(2704); },
+                       "Number out of range in get2DigitBase52Map36Code!", 965);
+    for (const char* bad : {"0*", "*0", "0 ", "\2000"})  // "\200": a byte above 127
+        expectRuntimeError([bad] { Cookie::base52Map36ToInt(bad[0], bad[1]); },
+                           "Invalid character(s) passed to base52Map36ToInt", 979);
+}
+
+TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
+    struct Case {
+        int machine;
+        const char* text;
+    };
+    for (const Case& c :
+         {Case{647, "PZ0Z002S"}, Case{648, "P000002S"}, Case{0, "P001002S"}, Case{1296, "P00(002S"},
+          Case{1871, "PZ0~002S"}, Case{1872, "P(00002S"}, Case{2703, "P~0~002S"}}) {
+        const Cookie cookie('P', 100, 0, c.machine);
+        EXPECT_EQ(text(cookie), c.text) << c.machine;
+        EXPECT_EQ(narrow(cookie.asWString()), c.text);
+        EXPECT_EQ(Cookie(c.text, true).getMachineNumber(), unsigned(c.machine));
+        EXPECT_EQ(Cookie(Qv::widen(c.text), true), cookie);
+    }
+    EXPECT_EQ(text(Cookie('P', 1679615, 0, 5)), "P00BZZZZ");
+    for (const Cookie& bad : {Cookie('P', 100, 0, 2704), Cookie('P', 100, 0, -1), Cookie('P', 1679616, 0, 5),
+                              Cookie('A', 1, 0, 5), Cookie('S', 1, 36, 5)})
+        EXPECT_FALSE(bad.valid()) << text(bad);
+
+    Cookie unprintable;  // a machine number past the codes leaves its code positions blank
+    unprintable.construct('P', 100, 0, 2704);
+    oletest::LogCapture log;
+    EXPECT_EQ(text(unprintable), "P 0 002S");
+    EXPECT_TRUE(log.contains("Failed to encode machine number in cookie_string::construct"));
+}
+
+TEST(CookieText, VersionsAndTheUUIDForm) {
+    EXPECT_EQ(text(Cookie('O', 7, 3, 5), false), "O00B0007");
+    EXPECT_EQ(text(Cookie('O', 7, 3, 5), true), "O03B0007");
+    EXPECT_EQ(text(Cookie('S', 7, 12, 5), false), "S0CB0007");  // type S always shows its version
+    EXPECT_EQ(Cookie("S0CB0007", false).getVersion(), 1);
+    EXPECT_EQ(text(Cookie()), "INVALID");
+    EXPECT_FALSE(Cookie("INVALID", true).valid() || Cookie("P00B002S ", true).valid());
+
+    const Qv::UUID id(kUUIDText);
+    const std::string full = std::string("P07-") + kUUIDText;
+    EXPECT_EQ(text(Cookie('P', id, 7), true), full);
+    EXPECT_EQ(text(Cookie('P', id, 7), false), std::string("P00-") + kUUIDText);
+    EXPECT_EQ(narrow(Cookie('P', id, 7).asWString()), full);
+    EXPECT_TRUE(Cookie(full.c_str(), true) == Cookie('P', id, 7) && Cookie(full.c_str(), true).isUUID());
+    EXPECT_EQ(Cookie((std::string("S07-") + kUUIDText).c_str(), false).getVersion(), 0);  // not S's default
+    EXPECT_EQ(Cookie(Qv::widen(full.c_str()), true), Cookie('P', id, 7));
+    EXPECT_EQ(Cookie(Qv::widen(("p" + full.substr(1)).c_str()), true).getType(), 'p');  // wide: as it stands
+    EXPECT_EQ(Cookie(("p" + full.substr(1)).c_str(), true).getType(), 'P');
+    EXPECT_FALSE(Cookie("P07-00000000-0000-0000-0000-000000000000", true).valid());
+    // A three-digit version takes the place of the "-": the UUID starts at position 4 regardless.
+    EXPECT_EQ(text(Cookie('P', id, 200)), std::string("P200") + kUUIDText);
+    EXPECT_EQ(narrow(Cookie('P', id, 200).asWString()), std::string("P200") + kUUIDText);
+}
+
+TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
+    const std::string uuid = std::string("P07-") + kUUIDText;
+    std::string gap19 = uuid, noDash = uuid;
+    gap19[19] = 'G';
+    noDash[3] = 'x';
+    struct Case {
+        std::string text;
+        bool wellFormed, parses;
+    };
+    for (const Case& c :
+         {Case{"P00B002S", true, true}, Case{"p00B002S", false, true}, Case{"P00b002S", false, true},
+          Case{"B00B002S", false, true}, Case{"P00B00.S", false, true}, Case{"P0.B002S", false, true},
+          Case{"P00*002S", false, false}, Case{gap19, true, false}, Case{noDash, false, true},
+          Case{"A" + uuid.substr(1), true, false}, Case{"P7A" + uuid.substr(3), false, true}}) {
+        EXPECT_EQ(Cookie::isValid(c.text.c_str()), c.wellFormed) << c.text;
+        EXPECT_EQ(Cookie(c.text.c_str(), true).valid(), c.parses) << c.text;
+    }
+    EXPECT_EQ(Cookie("P00B00.S", true).getNumber(), 28u);  // punctuation counts as the digit 0
+}
+
+TEST(CookieCompare, TypesDescendVersionsAscendIdentitiesDescend) {
+    const Cookie v1('V', 1, 0, 5), p1('P', 1, 0, 5), p256('P', 256, 0, 5), p1v2('P', 1, 2, 5),
+        b1('B', 1, 0, 5);
+    EXPECT_GT(b1.compare(p1), 0);
+    const std::set<Cookie> sorted = {b1, p1v2, p256, v1, p1, Cookie('P', 1, 0, 5)};
+    // Identities compare as bytes: serial 1 (01 00 ...) sorts before serial 256 (00 01 ...).
+    EXPECT_EQ(std::vector<Cookie>(sorted.begin(), sorted.end()),
+              (std::vector<Cookie>{v1, p1, p256, p1v2, b1}));
+    Qv::UUID sameBytes;
+    const uint32_t words[2] = {1, 5};
+    std::memcpy(sameBytes.bytes(), words, sizeof words);
+    EXPECT_EQ(Cookie('P', sameBytes, 0), p1);  // the form takes no part
+}
+
+TEST(CookieEffects, BuiltInRangesNeedTheBuiltInMachine) {
+    for (int first : {46657, 47953, 93313, 94609}) {
+        EXPECT_FALSE(Cookie('V', first - 1, 0, 647).isWipe() || Cookie('V', first + 20, 0, 647).isWipe())
+            << first;
+        EXPECT_TRUE(Cookie('V', first + 19, 0, 647).isWipe() && !Cookie('V', first, 0, 5).isWipe()) << first;
+        EXPECT_EQ(Cookie('V', first + 19, 0, 5).wipeType(), 20);  // no machine test
+        EXPECT_EQ(Cookie('V', first, 0, 647).wipeDirection(), first > 90000 ? 1 : 0);
+    }
+    EXPECT_TRUE(Cookie('V', 1298, 0, 647).isDissolve() && !Cookie('V', 1298, 0, 647).isFilmDissolve());
+    EXPECT_TRUE(Cookie('V', 46677, 0, 647).isEffectGraph() && Cookie('V', 46685, 0, 647).isInput());
+    EXPECT_EQ(text(getWipeCookie('V', kWipeForward, 1)), "VZ0Z1001");
+    EXPECT_EQ(getWipeCookie('V', kWipeReverse, 3).getNumber(), 93315u);
+    EXPECT_EQ(convertCookie(Cookie('P', 9, 0, 5), 'S', 255), Cookie('S', 9, 1, 5));
+}
+
+// The machine-number lookup, each case in its own product home and working directory.
+class MachineNumberTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char* cwd = getcwd(nullptr, 0);
+        oldCwd_ = cwd;
+        std::free(cwd);
+        oldHome_ = std::getenv("QUORVANE_HOME");
+        cwd_ = oletest::makeTempDir("cwd");
+        ASSERT_EQ(chdir(cwd_.c_str()), 0);
+        setenv("QUORVANE_HOME", oletest::makeTempDir("home").c_str(), 1);
+        GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
+        Cookie::resetLocalMachineNumberForTesting();
+        settingsFile_ = narrow(getMachineSettingsDirectory()) + "/machine.num";
+    }
+    void TearDown() override {
+        GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
+        ASSERT_EQ(chdir(oldCwd_.c_str()), 0);
+        setenv("QUORVANE_HOME", oldHome_.c_str(), 1);
+        Cookie::resetLocalMachineNumberForTesting();
+    }
+    void writeSettingsFile(const char* content) {
+        OS()->fileSystem()->createDirectory(getMachineSettingsDirectory().c_str());
+        oletest::writeFile(settingsFile_, content);
+        Cookie::resetLocalMachineNumberForTesting();
+    }
+
+    std::string oldCwd_, oldHome_, cwd_, settingsFile_;
+};
+
+TEST_F(MachineNumberTest, FirstUseCreatesARandomNumberThatIsReused) {
+    const int number = Cookie::getLocalMachineNumber();
+    EXPECT_TRUE(isValidMachineNum(number) && number < 2700);
+    EXPECT_EQ(oletest::readFile(settingsFile_), std::to_string(number) + "\n");
+    oletest::writeFile(settingsFile_, "1234");
+    EXPECT_EQ(Cookie::getLocalMachineNumber(), number);  // cached for the process
+    Cookie::resetLocalMachineNumberForTesting();
+    EXPECT_EQ(Cookie('P', 1, 0, 65535).getMachineNumber(), 1234u);
+}
+
+TEST_F(MachineNumberTest, SourcesAreTriedInOrder) {
+    writeSettingsFile("30");
+    oletest::writeFile(cwd_ + "/machine.num", "20");
+    oletest::writeFile(cwd_ + "/c:\\machine.num", "10 trailing");
+    EXPECT_EQ(our_machine_number_get_from_file(), 10);
+    unlink((cwd_ + "/c:\\machine.num").c_str());
+    EXPECT_EQ(our_machine_number_get_from_file(), 20);
+    unlink((cwd_ + "/machine.num").c_str());
+    EXPECT_EQ(our_machine_number_get_from_file(), 30);
+    ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 40));
+    EXPECT_EQ(our_machine_number_get_from_file(), 40);
+}
+
+TEST_F(MachineNumberTest, InvalidNumbersWarnAndFallBackToOne) {
+    for (const char* content : {"647", "0", "2704", "-3", "abc", "99999999999"}) {
+        writeSettingsFile(content);
+        oletest::LogCapture log;
+        EXPECT_EQ(Cookie::getLocalMachineNumber(), 1) << content;
+        EXPECT_TRUE(log.contains("***  !! WARNING !!  Cannot find valid Machine Number. ***")) << content;
+        EXPECT_EQ(log.contains("invalid machine number (647), resetting to default\n"), content[0] == '6');
+    }
+    // An invalid configured number ends the search without the files.
+    ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 3000));
+    oletest::LogCapture log;
+    EXPECT_EQ(our_machine_number_get_from_file(), 0);
+    EXPECT_TRUE(log.contains("invalid machine number (3000), resetting to default\n"));
+    EXPECT_FALSE(log.contains("Cannot find valid Machine Number"));
+}
+
+TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
+    writeSettingsFile("2015");  // code pair "[" "]", which are wildcard syntax
+    const std::string dir = narrow(getProjectsBaseDirectory());
+    OS()->fileSystem()->createDirectory(getProjectsBaseDirectory().c_str());
+    for (const char* name :
+         {"P[0]002S.qvp", "P[1]0100.QVP", "P?0]ZZZZ.qvp", "P[0]ZZZZ.txt", "E[0]ZZZZ.qvp", "P[0]ZZZZ"})
+        oletest::writeFile(dir + "/" + name, "");
+    oletest::LogCapture log;
+    EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
+    EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
+}
