@@ -23,14 +23,19 @@
 
 // Families
 #include <ole/misc/TextFile.h>
+#include <ole/Qv/XY.h>
+#include <ole/misc/Dirtiable.h>
+#include <ole/misc/strp_field.h>
+#include <ole/misc/configb.h>
+#include <ole/misc/Notifier.h>
+#include <ole/misc/ValServer.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/CookieJar.h>
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
-#include <ole/misc/Notifier.h>
-#include <ole/misc/ValServer.h>
+#include <ole/misc/EditorPreferences.h>
 #include <ole/misc/IdStamp.h>
 #include <ole/misc/Array.h>
 #include <ole/misc/CookieSet.h>
