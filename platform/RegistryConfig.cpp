@@ -158,6 +158,14 @@ bool RegistryConfig::setValue(const Text& section, const Text& name, const Text&
     return saveLocked();
 }
 
+bool RegistryConfig::setValues(const Text& section, const std::vector<std::pair<Text, Text>>& values) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    loadLocked();
+    Section& target = sections_[section];
+    for (const auto& [name, value] : values) target[name] = value;
+    return saveLocked();
+}
+
 bool RegistryConfig::setValue(const Text& section, const Text& name, int value) {
     return setValue(section, name, stringPrintf("%d", value));
 }
