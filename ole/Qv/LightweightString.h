@@ -258,8 +258,9 @@ public:
 
     friend bool operator==(const LightweightString& a, const LightweightString& b) noexcept {
         if (a.impl_.get() == b.impl_.get()) return true;
+        // Equal lengths and no embedded NUL: comparing the bytes is the text comparison.
         if (a.size() != b.size()) return false;
-        return Qv::StringBlocks::compareText(a.c_str(), b.c_str()) == 0;
+        return std::memcmp(a.c_str(), b.c_str(), a.size() * sizeof(CharT)) == 0;
     }
     friend bool operator!=(const LightweightString& a, const LightweightString& b) noexcept { return !(a == b); }
     friend bool operator==(const LightweightString& a, const CharT* b) noexcept { return compare(a.c_str(), b) == 0; }

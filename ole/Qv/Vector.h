@@ -23,7 +23,7 @@ public:
 
     LightweightVector() : rep_(new Storage) {}
     explicit LightweightVector(unsigned long reserve) : rep_(new Storage) { rep_->reserve(reserve); }
-    LightweightVector(const LightweightVector& other) : iObject(), rep_(other.rep_) {}
+    LightweightVector(const LightweightVector& other) : Qv::InternalRefCount(), iObject(), rep_(other.rep_) {}
     LightweightVector& operator=(const LightweightVector& other) {
         rep_ = other.rep_;
         return *this;

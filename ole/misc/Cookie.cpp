@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -22,9 +21,9 @@ std::atomic<int> Cookie::localMachineNumber_{Cookie::kLocalMachine};
 
 namespace {
 
-const char kBase36Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-const char kBase52Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ()[]{}+-&$@!=;_~";
-const char kBase52Extras[] = "()[]{}+-&$@!=;_~";
+constexpr char kBase36Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr char kBase52Codes[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ()[]{}+-&$@!=;_~";
+constexpr char kBase52Extras[] = "()[]{}+-&$@!=;_~";
 static_assert(sizeof(kBase36Codes) == 37 && sizeof(kBase52Codes) == 53 && sizeof(kBase52Extras) == 17,
               "code tables of 36, 52 and 16 characters");
 
@@ -73,13 +72,38 @@ inline bool codeToPair(unsigned code, char& first, char& second) {
     return true;
 }
 
-inline bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
-inline bool isAsciiLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-inline bool isAsciiAlnum(char c) { return isAsciiDigit(c) || isAsciiLetter(c); }
-inline bool isHexDigit(char c) { return isAsciiDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+inline bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+inline bool isAsciiLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+inline bool isAsciiAlnum(char c) {
+    return isAsciiDigit(c) || isAsciiLetter(c);
+}
+inline bool isHexDigit(char c) {
+    return isAsciiDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
+
+// The first four characters of the UUID form: "%c%02d-" of the type and version, of which a three-digit
+// version leaves only "%c%03d" since the UUID text starts at position 4 regardless.
+inline void writeUUIDPrefix(char* out, CookieType type, unsigned version) {
+    out[0] = type;
+    if (version >= 100) {
+        out[1] = char('0' + version / 100);
+        out[2] = char('0' + version / 10 % 10);
+        out[3] = char('0' + version % 10);
+    } else {
+        out[1] = char('0' + version / 10);
+        out[2] = char('0' + version % 10);
+        out[3] = '-';
+    }
+}
 
 // Default version of a type: type S cookies are version 1, every other type 0.
-inline uint8_t defaultVersion(CookieType type) { return Cookie::typeFromChar(type) == 'S' ? 1 : 0; }
+inline uint8_t defaultVersion(CookieType type) {
+    return Cookie::typeFromChar(type) == 'S' ? 1 : 0;
+}
 
 }  // namespace
 
@@ -170,10 +194,7 @@ unsigned Cookie::writeText(char* out, bool withVersion) const noexcept {
     }
     const bool showVersion = withVersion || typeFromChar(type_) == 'S';
     if (isUUID_) {
-        // The version prints with at least two digits; the UUID starts at position 4 whatever it needs.
-        char prefix[16];
-        std::snprintf(prefix, sizeof prefix, "%c%02d-", type_, showVersion ? int(version_) : 0);
-        std::memcpy(out, prefix, 4);
+        writeUUIDPrefix(out, type_, showVersion ? version_ : 0);
         getUUID().asString(out + 4);
         return kUUIDTextLength;
     }
@@ -205,8 +226,8 @@ LightweightString<wchar_t> Cookie::asWString() const {
     if (type_ == 'I') return LightweightString<wchar_t>(L"INVALID");
     if (!isUUID_) return Qv::widen(asString(true).c_str());
     // The same prefix as the narrow form, but with the version in every case.
-    char prefix[16];
-    std::snprintf(prefix, sizeof prefix, "%c%02d-", type_, int(version_));
+    char prefix[4];
+    writeUUIDPrefix(prefix, type_, version_);
     wchar_t text[kUUIDTextLength + 1];
     for (int i = 0; i < 4; ++i) text[i] = wchar_t(static_cast<unsigned char>(prefix[i]));
     getUUID().asWString(text + 4);
@@ -229,10 +250,10 @@ bool Cookie::isValid(const char* text) noexcept {
         if (!isAsciiLetter(text[0]) || !isAsciiDigit(text[1]) || !isAsciiDigit(text[2])) return false;
         for (int i : {3, 12, 17, 22, 27})
             if (text[i] != '-') return false;
-        // Position 19 (the first digit of the fourth group) is deliberately not looked at.
-        static const unsigned char kHexPositions[] = {4,  5,  6,  7,  8,  9,  10, 11, 13, 14, 15, 16, 18, 20,
-                                                      21, 23, 24, 25, 26, 28, 29, 30, 31, 32, 33, 34, 35, 36,
-                                                      37, 38, 39};
+        // Position 19 (the second digit of the third group) is deliberately not looked at.
+        static const unsigned char kHexPositions[] = {4,  5,  6,  7,  8,  9,  10, 11, 13, 14, 15,
+                                                      16, 18, 20, 21, 23, 24, 25, 26, 28, 29, 30,
+                                                      31, 32, 33, 34, 35, 36, 37, 38, 39};
         for (unsigned char i : kHexPositions)
             if (!isHexDigit(text[i])) return false;
         return true;
@@ -442,9 +463,12 @@ unsigned int Cookie::findHighestCookieNum() {
     // Bracket characters are wildcard syntax, so they are matched through a one-character class.
     LightweightString<wchar_t> pattern(L"P");
     for (char c : {code.first, '?', code.second}) {
-        if (c == '[') pattern += L"[[]";
-        else if (c == ']') pattern += L"[]]";
-        else pattern.push_back(wchar_t(c));
+        if (c == '[')
+            pattern += L"[[]";
+        else if (c == ']')
+            pattern += L"[]]";
+        else
+            pattern.push_back(wchar_t(c));
     }
     pattern += L"????*";
 
@@ -456,8 +480,7 @@ unsigned int Cookie::findHighestCookieNum() {
         Cookie cookie(name, false);
         if (!cookie.valid() && name.size() > ext.size() + 1 && name[name.size() - ext.size() - 1] == L'.')
             cookie = Cookie(name.substr(0, name.size() - ext.size() - 1), false);
-        if (cookie.valid() && int(cookie.getMachineNumber()) == machine &&
-            cookie.getNumber() > highest)
+        if (cookie.valid() && int(cookie.getMachineNumber()) == machine && cookie.getNumber() > highest)
             highest = cookie.getNumber();
     }
     Log("Highest Cookie num found is %u\n", highest);

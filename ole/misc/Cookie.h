@@ -35,8 +35,8 @@ public:
     static constexpr uint32_t kMaxNumber = 1679615;  // 36^4 - 1: four base-36 digits
     static constexpr int kMaxMachineNumber = 2703;
     static constexpr int kBuiltInMachineNumber = 647;
-    static constexpr int kLocalMachine = 65535;    // "use the local machine number"
-    static constexpr int kDefaultVersion = 255;    // "use the type's default version"
+    static constexpr int kLocalMachine = 65535;  // "use the local machine number"
+    static constexpr int kDefaultVersion = 255;  // "use the type's default version"
     static constexpr unsigned kShortTextLength = 8;
     static constexpr unsigned kUUIDTextLength = 40;
 
@@ -132,13 +132,9 @@ public:
     // The upper-cased letter when it is a cookie type, else 'I'.
     static constexpr CookieType typeFromChar(char c) noexcept {
         const char u = (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c;
-        switch (u) {
-            case 'B': case 'C': case 'D': case 'E': case 'F': case 'G': case 'M':
-            case 'O': case 'P': case 'R': case 'S': case 'T': case 'V':
-                return u;
-            default:
-                return 'I';
-        }
+        for (const char* type = "BCDEFGMOPRSTV"; *type; ++type)
+            if (*type == u) return u;
+        return 'I';
     }
     // 0..9 to '0'..'9', 10..35 to 'A'..'Z' (larger values run on past 'Z').
     static char digitToChar(int d) noexcept { return d > 9 ? char(d + 55) : char('0' + d); }

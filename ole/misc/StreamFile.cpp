@@ -11,9 +11,13 @@ constexpr std::size_t kLoadBlock = 64 * 1024;
 
 StreamFile::StreamFile() = default;
 
-StreamFile::StreamFile(const void* data, std::size_t length) { assign(data, length); }
+StreamFile::StreamFile(const void* data, std::size_t length) {
+    assign(data, length);
+}
 
-StreamFile::~StreamFile() { flush(); }
+StreamFile::~StreamFile() {
+    flush();
+}
 
 bool StreamFile::open(const LightweightString<wchar_t>& path, OpenMode mode) {
     close();
@@ -26,22 +30,21 @@ bool StreamFile::open(const LightweightString<wchar_t>& path, OpenMode mode) {
     Qv::OSFile file = OS()->fileSystem()->open(path.c_str(), Qv::OSFile::Read);
     if (!file.isOpen()) return mode == Update;
     for (;;) {
-        const std::size_t old = bytes_.size();
-        bytes_.resize(old + kLoadBlock);
-        const long got = file.read(bytes_.data() + old, kLoadBlock);
-        bytes_.resize(old + std::size_t(std::max(got, 0L)));
+        reserve(size_ + kLoadBlock);
+        const long got = file.read(store_.data() + size_, kLoadBlock);
         if (got < 0) {
-            bytes_.clear();
+            size_ = 0;
             return false;
         }
         if (got == 0) break;
+        size_ += std::size_t(got);
     }
     return true;
 }
 
 bool StreamFile::flush() {
     if (!isFileBacked() || !modified_) return true;
-    if (!OS()->fileSystem()->writeAtomically(path_.c_str(), bytes_.data(), bytes_.size())) {
+    if (!OS()->fileSystem()->writeAtomically(path_.c_str(), store_.data(), size_)) {
         failed_ = true;
         return false;
     }
@@ -51,7 +54,7 @@ bool StreamFile::flush() {
 
 bool StreamFile::close() {
     const bool saved = flush();
-    bytes_.clear();
+    size_ = 0;
     pos_ = 0;
     failed_ = false;
     path_ = LightweightString<wchar_t>();
@@ -62,25 +65,30 @@ bool StreamFile::close() {
 
 void StreamFile::assign(const void* data, std::size_t length) {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    size_ = 0;
     if (bytes && length) {
-        bytes_.assign(bytes, bytes + length);
-    } else {
-        bytes_.clear();
+        reserve(length);
+        std::memcpy(store_.data(), bytes, length);
+        size_ = length;
     }
     pos_ = 0;
     failed_ = false;
     modified_ = true;
 }
 
+void StreamFile::reserve(std::size_t bytes) {
+    if (bytes > store_.size()) store_.resize(bytes);
+}
+
 void StreamFile::clear() {
-    bytes_.clear();
+    size_ = 0;
     pos_ = 0;
     failed_ = false;
     modified_ = true;
 }
 
 bool StreamFile::seek(std::size_t position) {
-    if (position > bytes_.size()) {
+    if (position > size_) {
         failed_ = true;
         return false;
     }
@@ -99,19 +107,19 @@ bool StreamFile::writeSlow(const void* data, std::size_t length) {
         failed_ = true;
         return false;
     }
-    // Overwrite what lies under the position, then extend.
-    const std::size_t inside = bytes_.size() - pos_;
-    const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    std::copy(bytes, bytes + inside, bytes_.begin() + std::ptrdiff_t(pos_));
-    bytes_.insert(bytes_.end(), bytes + inside, bytes + length);
-    pos_ = bytes_.size();
+    if (length == 0) return true;
+    // Grow the storage geometrically so that appending stays amortised constant.
+    if (length > store_.size() - pos_) reserve(std::max(pos_ + length, 2 * store_.size()));
+    std::memcpy(store_.data() + pos_, data, length);
+    pos_ += length;
+    if (pos_ > size_) size_ = pos_;
     modified_ = true;
     return true;
 }
 
 bool StreamFile::readPastEnd(void* buffer, std::size_t length) {
     if (buffer && length) std::memset(buffer, 0, length);
-    pos_ = bytes_.size();
+    pos_ = size_;
     failed_ = true;
     return false;
 }
@@ -156,7 +164,7 @@ std::size_t StreamFile::readBinary(void* buffer, std::size_t capacity, bool pref
 
 const char* StreamFile::viewString(std::size_t* length) {
     const std::size_t left = remaining();
-    const char* start = reinterpret_cast<const char*>(bytes_.data() + pos_);
+    const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
     const void* nul = left ? std::memchr(start, 0, left) : nullptr;
     if (!nul) {
         readPastEnd(nullptr, 0);

@@ -59,23 +59,23 @@ public:
     const LightweightString<wchar_t>& path() const noexcept { return path_; }
 
     // --- content -------------------------------------------------------------------------------------
-    const uint8_t* data() const noexcept { return bytes_.data(); }
-    std::size_t size() const noexcept { return bytes_.size(); }
+    const uint8_t* data() const noexcept { return store_.data(); }
+    std::size_t size() const noexcept { return size_; }
     // Replaces the content with a copy of the bytes; position 0, failure cleared.
     void assign(const void* data, std::size_t length);
     // Empties the stream; position 0, failure cleared.
     void clear();
-    void reserve(std::size_t bytes) { bytes_.reserve(bytes); }
+    void reserve(std::size_t bytes);
 
     // --- position ------------------------------------------------------------------------------------
     std::size_t position() const noexcept { return pos_; }
     // Any position from 0 to size() is valid; beyond that the seek fails and the position stays.
     bool seek(std::size_t position);
-    void seekToEnd() noexcept { pos_ = bytes_.size(); }
+    void seekToEnd() noexcept { pos_ = size_; }
     // Moves forward; past the end it fails like a read.
     bool skip(std::size_t bytes);
-    bool atEnd() const noexcept { return pos_ >= bytes_.size(); }
-    std::size_t remaining() const noexcept { return bytes_.size() - pos_; }
+    bool atEnd() const noexcept { return pos_ >= size_; }
+    std::size_t remaining() const noexcept { return size_ - pos_; }
 
     // --- failure -------------------------------------------------------------------------------------
     bool failed() const noexcept { return failed_; }
@@ -85,9 +85,11 @@ public:
     // --- raw bytes -----------------------------------------------------------------------------------
     // Writes at the position, overwriting and then extending; the position moves past the bytes.
     bool write(const void* data, std::size_t length) {
-        if (length <= bytes_.size() - pos_ && writable_) {
-            if (length) std::memcpy(bytes_.data() + pos_, data, length);
+        // Fast path: the bytes fit the storage already allocated (overwriting or appending).
+        if (length <= store_.size() - pos_ && writable_ && data && length) {
+            std::memcpy(store_.data() + pos_, data, length);
             pos_ += length;
+            if (pos_ > size_) size_ = pos_;
             modified_ = true;
             return true;
         }
@@ -95,8 +97,8 @@ public:
     }
     // All or nothing (see the failure rules above).
     bool read(void* buffer, std::size_t length) {
-        if (length <= bytes_.size() - pos_) {
-            if (length) std::memcpy(buffer, bytes_.data() + pos_, length);
+        if (length <= size_ - pos_) {
+            if (length) std::memcpy(buffer, store_.data() + pos_, length);
             pos_ += length;
             return true;
         }
@@ -141,7 +143,9 @@ private:
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
 
-    std::vector<uint8_t> bytes_;
+    // The content is store_[0, size_); the rest of store_ is room to grow into.
+    std::vector<uint8_t> store_;
+    std::size_t size_ = 0;
     std::size_t pos_ = 0;
     bool failed_ = false;
     bool writable_ = true;

@@ -11,7 +11,9 @@ using BaseTraits = StreamableTraits<Streamable, void>;
 
 namespace {
 
-bool succeeded(int result) { return result == STRM_OK || result == STRM_CONTINUE; }
+bool succeeded(int result) {
+    return result == STRM_OK || result == STRM_CONTINUE;
+}
 
 // A chunk header as read from the stream. The name points into the stream's cache.
 struct ChunkHeader {
@@ -131,8 +133,12 @@ bool checkChunkEnd(PStream& s, const Streamable& object, const char* layer, cons
     return true;
 }
 
-int packBaseLayer(const Streamable& object, PStream& s) { return object.Streamable::pack(s); }
-int unpackBaseLayer(Streamable& object, PStream& s) { return object.Streamable::unpack(s); }
+int packBaseLayer(const Streamable& object, PStream& s) {
+    return object.Streamable::pack(s);
+}
+int unpackBaseLayer(Streamable& object, PStream& s) {
+    return object.Streamable::unpack(s);
+}
 
 }  // namespace
 
@@ -146,7 +152,9 @@ PStream::PStream(StreamFile* file) : file_(file) {
     }
 }
 
-PStream::PStream() : file_(nullptr), own_(new StreamFile) { file_ = own_.get(); }
+PStream::PStream() : file_(nullptr), own_(new StreamFile) {
+    file_ = own_.get();
+}
 
 PStream::~PStream() = default;
 
@@ -163,9 +171,8 @@ bool PStream::readStreamMarker() {
 
 // --- layers ---------------------------------------------------------------------------------------------
 
-void StreamableLayerList::push(const StreamableLayer& layer) {
-    if (!Qv::check(count_ < kMaxLayers, "count_ < kMaxLayers", "ole/misc/strmable", __LINE__)) return;
-    layers_[count_++] = layer;
+void StreamableLayerList::overflow() {
+    Qv::assertionFailed("count_ < kMaxLayers", "ole/misc/strmable", __LINE__);
 }
 
 void BaseTraits::collectLayers(StreamableLayerList& layers) {
@@ -220,22 +227,23 @@ int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const Stre
 
     ChunkHeader h;
     switch (readHeader(s, h)) {
-    case HeaderStatus::Ok:
-        break;
-    case HeaderStatus::EndOfFile:
-        return failEndOfFile(s, object, layer);
-    case HeaderStatus::OversizedMajor:
-    case HeaderStatus::OversizedMinor: {
-        const bool major = h.major > 255;
-        s.messages().append(major ? " Strm1.0 Object has oversized major rev ("
-                                  : " Strm1.0 Object has oversized minor rev (");
-        s.messages().append(h.name, h.nameLength).append("). ");
-        return fail(s);
-    }
-    case HeaderStatus::BadSizes:
-        s.messages().appendf("Error: Inconsistent chunk sizes while unpacking object %s, layer %s, %u/%u bytes.\n",
-                             object.shortLayerName(), layer, unsigned(h.ownSize), unsigned(h.totalSize));
-        return fail(s);
+        case HeaderStatus::Ok:
+            break;
+        case HeaderStatus::EndOfFile:
+            return failEndOfFile(s, object, layer);
+        case HeaderStatus::OversizedMajor:
+        case HeaderStatus::OversizedMinor: {
+            const bool major = h.major > 255;
+            s.messages().append(major ? " Strm1.0 Object has oversized major rev ("
+                                      : " Strm1.0 Object has oversized minor rev (");
+            s.messages().append(h.name, h.nameLength).append("). ");
+            return fail(s);
+        }
+        case HeaderStatus::BadSizes:
+            s.messages().appendf(
+                "Error: Inconsistent chunk sizes while unpacking object %s, layer %s, %u/%u bytes.\n",
+                object.shortLayerName(), layer, unsigned(h.ownSize), unsigned(h.totalSize));
+            return fail(s);
     }
     if (!h.named(layer)) {
         s.messages().append("Expected short name '").append(layer).append("' for layer ");
@@ -256,7 +264,10 @@ int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const Stre
     if (index + 1 < layers.size()) {
         if (f.position() >= h.end()) {
             // The object was packed without the derived layers this class expects.
-            s.messages().append("Expected short name '").append(layers[index + 1].name).append("' for layer ");
+            s.messages()
+                .append("Expected short name '")
+                .append(layers[index + 1].name)
+                .append("' for layer ");
             appendLayerPath(s.messages(), layers, index + 1);
             s.messages().append(", got ");
             return fail(s);
@@ -273,7 +284,9 @@ int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const Stre
 
 Streamable::~Streamable() = default;
 
-const char* Streamable::shortLayerName() const { return kLayerName; }
+const char* Streamable::shortLayerName() const {
+    return kLayerName;
+}
 
 const char* Streamable::layerName() const {
     return activeLayers_ ? (*activeLayers_)[activeLayer_].name : shortLayerName();
@@ -298,14 +311,16 @@ LightweightString<char> Streamable::subHierarchyName(bool includeRoot, bool incl
     return joinLayers(*activeLayers_, includeRoot ? 0 : 1, includeSelf ? activeLayer_ + 1 : activeLayer_);
 }
 
+const StreamableLayerList* Streamable::layersInUse(StreamableLayerList& scratch) const {
+    if (activeLayers_) return activeLayers_;
+    STRM_collectLayers(scratch);
+    return &scratch;
+}
+
 int Streamable::pack(PStream& s) const {
     setRevision(2, 0);
     StreamableLayerList collected;
-    const StreamableLayerList* layers = activeLayers_;
-    if (!layers) {
-        STRM_collectLayers(collected);
-        layers = &collected;
-    }
+    const StreamableLayerList* layers = layersInUse(collected);
     // The hierarchy below the root, written piece by piece: "Shape.Circle" and a 0 byte.
     StreamFile& f = *s.file();
     for (unsigned i = 1; i < layers->size(); ++i) {
@@ -327,11 +342,7 @@ int Streamable::unpack(PStream& s) {
     if (!got) return STRM_OK;  // the chunk check reports the end of the file
 
     StreamableLayerList collected;
-    const StreamableLayerList* layers = activeLayers_;
-    if (!layers) {
-        STRM_collectLayers(collected);
-        layers = &collected;
-    }
+    const StreamableLayerList* layers = layersInUse(collected);
     if (!hierarchyMatches(*layers, got, length)) {
         const std::string read(got, length);
         s.messages().appendf("Expected hierarchy Streamable.%s, got Streamable.%s",
@@ -387,9 +398,13 @@ void Streamable::assign(const Streamable&) {
     Qv::assertionFailed("assign is not supported by this class", "ole/misc/strmable", 124);
 }
 
-void Streamable::STRM_collectLayers(StreamableLayerList& layers) const { BaseTraits::collectLayers(layers); }
+void Streamable::STRM_collectLayers(StreamableLayerList& layers) const {
+    BaseTraits::collectLayers(layers);
+}
 
-Streamable* Streamable::STRM_makeNew() const { return new Streamable(); }
+Streamable* Streamable::STRM_makeNew() const {
+    return new Streamable();
+}
 
 // --- object information ---------------------------------------------------------------------------------
 
@@ -398,7 +413,8 @@ StreamObjectInfo::StreamObjectInfo(PStream& s) {
     StreamFile& f = *s.file();
     const std::size_t start = f.position();
     ChunkHeader h;
-    bool ok = readHeader(s, h) == HeaderStatus::Ok && h.named(Streamable::kLayerName) && (h.major == 1 || h.major == 2);
+    bool ok = readHeader(s, h) == HeaderStatus::Ok && h.named(Streamable::kLayerName) &&
+              (h.major == 1 || h.major == 2);
     if (ok) {
         majorRevision = static_cast<unsigned char>(h.major);
         minorRevision = static_cast<unsigned char>(h.minor);
@@ -443,11 +459,14 @@ struct StreamObjectManager::Registry {
 
 StreamObjectManager::StreamObjectManager() : registry_(new Registry) {}
 
-StreamObjectManager::~StreamObjectManager() { delete registry_; }
+StreamObjectManager::~StreamObjectManager() {
+    delete registry_;
+}
 
 int StreamObjectManager::registerClass(const Qv::Ptr<Streamable>& prototype) {
     if (!prototype) return 0;
-    return registerClass(prototype->shortLayerName(), prototype->hierarchyName(false, true).c_str(), prototype);
+    return registerClass(prototype->shortLayerName(), prototype->hierarchyName(false, true).c_str(),
+                         prototype);
 }
 
 int StreamObjectManager::registerClass(const char* className, const char* hierarchyName,
@@ -487,7 +506,9 @@ int StreamObjectManager::lookup(const char* name, StreamClassRecord& record) con
     return 0;
 }
 
-StreamObjectInfo StreamObjectManager::objectInfo(PStream& s) { return StreamObjectInfo(s); }
+StreamObjectInfo StreamObjectManager::objectInfo(PStream& s) {
+    return StreamObjectInfo(s);
+}
 
 Qv::Ptr<Streamable> StreamObjectManager::readObject(PStream& s) {
     if (s.error()) {
@@ -504,8 +525,9 @@ Qv::Ptr<Streamable> StreamObjectManager::readObject(PStream& s) {
     const char* key = info.hierarchyName.empty() ? Streamable::kLayerName : info.hierarchyName.c_str();
     Streamable* made = lookup(key, record) == 0 ? record.prototype->STRM_makeNew() : nullptr;
     if (!made) {
-        s.messages().appendf("StreamObjectManager::readObject(): No class for Streamable.%s, object skipped.\n",
-                             info.hierarchyName.c_str());
+        s.messages().appendf(
+            "StreamObjectManager::readObject(): No class for Streamable.%s, object skipped.\n",
+            info.hierarchyName.c_str());
         s.seek(s.position() + info.size);
         return Qv::Ptr<Streamable>();
     }
@@ -514,7 +536,9 @@ Qv::Ptr<Streamable> StreamObjectManager::readObject(PStream& s) {
     return succeeded(result) ? object : Qv::Ptr<Streamable>();
 }
 
-int StreamObjectManager::readObjectAs(PStream& s, Streamable& object) { return object.STRM_hierarchyUnpack(s); }
+int StreamObjectManager::readObjectAs(PStream& s, Streamable& object) {
+    return object.STRM_hierarchyUnpack(s);
+}
 
 StreamObjectManager& theSOManager() {
     static StreamObjectManager manager;

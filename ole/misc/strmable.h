@@ -26,8 +26,8 @@
 //     public:
 //         static constexpr const char* kLayerName = "Shape";
 //         int pack(PStream& s) const { setRevision(1, 1); s.setLong(sides); return STRM_OK; }
-//         int unpack(PStream& s) { sides = s.getLong(); return STRM_OK; }  // majorRevision() says what was read
-//         int32_t sides = 0;
+//         int unpack(PStream& s) { sides = s.getLong(); return STRM_OK; }  // majorRevision() says what was
+//         read int32_t sides = 0;
 //     };
 //     class Circle : public StreamableClass<Circle, Shape> { ... kLayerName = "Circle"; pack; unpack ... };
 //
@@ -69,7 +69,7 @@ enum StrmResult : int {
 class OLE_API PStream {
 public:
     enum : int {
-        kStrm10Version = 1,   // old "Strm1.0" headers (read only)
+        kStrm10Version = 1,  // old "Strm1.0" headers (read only)
         kCurrentVersion = 2
     };
     // The marker at the start of an old stream, including its terminating 0 byte.
@@ -160,7 +160,9 @@ public:
     Large value() const noexcept { return value_; }
     operator Large() const noexcept { return value_; }
 
-    std::size_t packedSize() const noexcept { return value_ < kEscape ? sizeof(Small) : sizeof(Small) + sizeof(Large); }
+    std::size_t packedSize() const noexcept {
+        return value_ < kEscape ? sizeof(Small) : sizeof(Small) + sizeof(Large);
+    }
     void write(PStream& s) const {
         if (value_ < kEscape) {
             s.file()->writeValue(Small(value_));
@@ -194,11 +196,19 @@ class OLE_API StreamableLayerList {
 public:
     static constexpr unsigned kMaxLayers = 16;
 
-    void push(const StreamableLayer& layer);
+    void push(const StreamableLayer& layer) {
+        if (count_ < kMaxLayers) {
+            layers_[count_++] = layer;
+        } else {
+            overflow();
+        }
+    }
     unsigned size() const noexcept { return count_; }
     const StreamableLayer& operator[](unsigned i) const noexcept { return layers_[i]; }
 
 private:
+    static void overflow();
+
     StreamableLayer layers_[kMaxLayers];
     unsigned count_ = 0;
 };
@@ -281,6 +291,9 @@ public:
 private:
     friend struct StreamableTraits<Streamable, void>;
 
+    // The layers being packed or unpacked, else the object's own collected into `scratch`.
+    const StreamableLayerList* layersInUse(StreamableLayerList& scratch) const;
+
     mutable unsigned char revMajor_ = 1;
     mutable unsigned char revMinor_ = 0;
     mutable const StreamableLayerList* activeLayers_ = nullptr;
@@ -302,13 +315,16 @@ struct OLE_API StreamableTraits<Streamable, void> {
 // The layer glue of class T derived from Base.
 template <class T, class Base>
 struct StreamableTraits {
-    static int packLayer(const Streamable& object, PStream& s) { return static_cast<const T&>(object).T::pack(s); }
+    static int packLayer(const Streamable& object, PStream& s) {
+        return static_cast<const T&>(object).T::pack(s);
+    }
     static int unpackLayer(Streamable& object, PStream& s) { return static_cast<T&>(object).T::unpack(s); }
 
     static void collectLayers(StreamableLayerList& layers) {
-        static_assert(std::is_same_v<decltype(&T::pack), int (T::*)(PStream&) const> &&
-                          std::is_same_v<decltype(&T::unpack), int (T::*)(PStream&)>,
-                      "every packable class declares its own int pack(PStream&) const and int unpack(PStream&)");
+        static_assert(
+            std::is_same_v<decltype(&T::pack), int (T::*)(PStream&) const> &&
+                std::is_same_v<decltype(&T::unpack), int (T::*)(PStream&)>,
+            "every packable class declares its own int pack(PStream&) const and int unpack(PStream&)");
         StreamableTraits<Base, typename Base::STRM_Base>::collectLayers(layers);
         layers.push(StreamableLayer{T::kLayerName, &packLayer, &unpackLayer});
     }
@@ -345,7 +361,7 @@ struct OLE_API StreamObjectInfo {
     LightweightString<char> className;      // the last layer, e.g. "Circle" ("Streamable" for a bare base)
     unsigned char majorRevision = 0;        // of the base layer
     unsigned char minorRevision = 0;
-    std::size_t size = 0;                   // bytes of the whole object, header included
+    std::size_t size = 0;  // bytes of the whole object, header included
 };
 
 // A registered class: its name, its hierarchy below "Streamable" and a prototype that makes new objects.

@@ -1,0 +1,7 @@
+#include <ole/misc/Dirtiable.h>
+
+Dirtiable::~Dirtiable() = default;
+
+void Dirtiable::setDirty(bool dirty) {
+    dirty_ = dirty;
+}

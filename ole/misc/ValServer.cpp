@@ -1,0 +1,65 @@
+#include <ole/misc/ValServer.h>
+
+#include <ole/Qv/LightweightString.h>
+#include <ole/misc/Cookie.h>
+#include <platform/Log.h>
+
+// Start-up constants: the value messages are interned when the library loads, in this order.
+const int ValServerBase::valChangedMsgType_ = NotifyMsgTypeDictionary::instance().intern("ValChange");
+const int ValServerBase::preValChangedMsgType_ = NotifyMsgTypeDictionary::instance().intern("PreValChange");
+const int ValServerBase::startBatchMsgType_ = NotifyMsgTypeDictionary::instance().intern("StartBatch");
+const int ValServerBase::endBatchMsgType_ = NotifyMsgTypeDictionary::instance().intern("EndBatch");
+
+ValServerBase::~ValServerBase() = default;
+
+void ValServerBase::traceChange(int type, unsigned clients) const {
+    DebugOut("value server %p: %s to %u client(s)\n", static_cast<const void*>(this),
+             type == valChangedMsgType_ ? "ValChange" : "PreValChange", clients);
+}
+
+// ---- the last constructed server, per thread -----------------------------------------------------------
+
+static thread_local ValServerBase* lastValServer = nullptr;
+
+LastValServer::LastValServer(ValServerBase* server) : server_(server) {
+    lastValServer = server;
+}
+
+LastValServer::~LastValServer() {
+    if (lastValServer == server_) lastValServer = nullptr;
+}
+
+ValServerBase* LastValServer::getLastValServer() {
+    ValServerBase* server = lastValServer;
+    lastValServer = nullptr;
+    return server;
+}
+
+// ---- multiple-server clients ---------------------------------------------------------------------------
+
+ValClientBase::~ValClientBase() {
+    deleteReceivers();
+}
+
+void ValClientBase::valChangedNtfy(ValServerBase*) {}
+void ValClientBase::valPreChangedNtfy(ValServerBase*) {}
+
+void ValClientBase::deleteReceivers() {
+    while (DLListRec* rec = receivers_.popFront()) delete rec;
+}
+
+// The instances the library uses; building them here keeps every one of them compiling.
+template class ValServer<int>;
+template class ValServer<unsigned int>;
+template class ValServer<LightweightString<wchar_t>>;
+template class ValServer<Cookie>;
+
+template class ValClient<bool>;
+template class ValClient<int>;
+template class ValClient<unsigned int>;
+template class ValClient<long>;
+template class ValClient<unsigned long>;
+template class ValClient<float>;
+template class ValClient<double>;
+template class ValClient<LightweightString<char>>;
+template class ValClient<LightweightString<wchar_t>>;

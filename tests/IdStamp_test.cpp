@@ -1,0 +1,124 @@
+#include <ole/misc/IdStamp.h>
+
+#include "support/TestHome.h"
+
+#include <ole/misc/Cookie.h>
+#include <ole/misc/strmable.h>
+#include <platform/OS.h>
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::string text(const IdStamp& s) {
+    return s.asString().c_str();
+}
+std::vector<unsigned> words(const IdStamp& s) {
+    return {s.machineNum(), s.timeBits(), s.tickWord()};
+}
+
+}  // namespace
+
+TEST(IdStampMaking, StampsOfOneSecondCountUpFromZero) {
+    const IdStamp start;  // wait for a new second, so that the stamps below are its first ones
+    IdStamp first = start;
+    while (first.timeBits() == start.timeBits()) {
+        OS()->threads()->sleep(2);
+        first = IdStamp();
+    }
+    const IdStamp second, third;
+    if (third.timeBits() != first.timeBits()) GTEST_SKIP() << "the clock moved on between two stamps";
+    EXPECT_EQ(words(second), (std::vector<unsigned>{first.machineNum(), first.timeBits(), 1}));
+    EXPECT_EQ(first.tickCount(), 0u);
+    EXPECT_EQ(third.tickCount(), 2u);
+    EXPECT_EQ(first.machineNum(), unsigned(Cookie::getLocalMachineNumber()));
+    EXPECT_NEAR(double(first.timeBits()), double(std::time(nullptr) - 803733504LL), 5.0);  // the stamp epoch
+}
+
+TEST(IdStampMaking, ThreadsMakingStampsTogetherGetDistinctOnes) {
+    std::vector<std::vector<IdStamp>> made(4);
+    std::vector<std::thread> threads;
+    for (std::vector<IdStamp>& stamps : made)
+        threads.emplace_back([&stamps] {
+            for (int i = 0; i < 20000; ++i) stamps.push_back(IdStamp());
+        });
+    for (std::thread& t : threads) t.join();
+    std::set<IdStamp> all;
+    for (const std::vector<IdStamp>& stamps : made) all.insert(stamps.begin(), stamps.end());
+    EXPECT_EQ(all.size(), 80000u);
+}
+
+TEST(IdStampText, PrintsAndParsesTheThreeWords) {
+    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0)), "0000002A0123ABCD0");
+    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x100)), "0000002A0123ABCD100");
+    EXPECT_EQ(text(IdStamp(0x2A, 0, 5)), "");  // time 0: not a valid stamp
+    const IdStamp made;
+    EXPECT_EQ(IdStamp(made.asString().c_str()), made);
+
+    // Nothing is checked: each field gives whatever hexadecimal digits it starts with.
+    struct Case {
+        const char* text;
+        std::vector<unsigned> words;
+    };
+    for (const Case& c : {Case{"0000002a0123abcd1f", {0x2A, 0x0123ABCD, 0x1F}}, Case{nullptr, {0, 0, 0}},
+                          Case{"", {0, 0, 0}}, Case{"2A", {0x2A, 0, 0}},
+                          Case{"0000002A0123", {0x2A, 0x123, 0}}, Case{"00G0002AXYZ0ABCDQ", {0, 0, 0}},
+                          Case{"0000002A0123ABCD1FFFFFFFFF", {0x2A, 0x0123ABCD, 0xFFFFFFFF}}})
+        EXPECT_EQ(words(IdStamp(c.text)), c.words) << (c.text ? c.text : "null");
+}
+
+TEST(IdStampCompare, MachineThenTimeThenTickAndMagicBits) {
+    const IdStamp a(1, 100, 5), b(1, 100, 6), c(1, 101, 0), d(2, 1, 0);
+    const std::set<IdStamp> sorted = {d, c, b, a, IdStamp(1, 100, 5)};
+    EXPECT_EQ(std::vector<IdStamp>(sorted.begin(), sorted.end()), (std::vector<IdStamp>{a, b, c, d}));
+
+    IdStamp s(1, 2, 5);
+    s.setMagicType(IdStampMagic::MagicType(1));
+    EXPECT_EQ(s.tickWord(), 0x04000005u);
+    EXPECT_TRUE(s.isMagic());
+    EXPECT_EQ(s.tickCount(), 0x04000005u);       // includes the magic bits 26..29
+    s.setMagicType(IdStampMagic::MagicType(2));  // bits 26..29 of the old type stay
+    EXPECT_EQ(s.getMagicType(), 3u);
+    s.setMagicType(IdStampMagic::MagicType(48));  // bits 30 and 31 are replaced
+    EXPECT_EQ(s.tickWord(), 0xCC000005u);
+    EXPECT_FALSE(IdStamp(1, 2, 0x03FFFFFF).isMagic());
+}
+
+TEST(IdStampStream, PackAndUnpack) {
+    PStream out;
+    IdStamp(0x2A, 0x0123ABCD, 0x1F).pack(out);
+    IdStamp().pack(out);
+    IdStamp(0x2A, 0, 0).pack(out);  // invalid: only the terminator
+    const std::string bytes(reinterpret_cast<const char*>(out.file()->data()), out.file()->size());
+    EXPECT_EQ(bytes.substr(0, 19), std::string("0000002A0123ABCD1F") + '\0');
+    EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string(2, '\0'));
+    out.seek(0);
+    IdStamp read(9, 9, 9);
+    read.unpack(out, 2);
+    EXPECT_EQ(words(read), (std::vector<unsigned>{0x2A, 0x0123ABCD, 0x1F}));
+    read.unpack(out, 2);
+    read.unpack(out, 2);
+    EXPECT_FALSE(read.valid());
+    EXPECT_TRUE(out.atEnd() && out.error() == 0);
+
+    // Version 'S' streams carry 38 bytes before the text; the stamp is then read as version 1.
+    StreamFile old;
+    old.write(std::string(38, 'J').data(), 38);
+    old.writeBinary("0000002A0123ABCD4000000", 0, false, false);
+    old.seek(0);
+    PStream in(&old);
+    oletest::LogCapture log;
+    read.unpack(in, 'S');
+    EXPECT_EQ(read.tickWord(), 0x4000000u);  // kept as read
+    EXPECT_TRUE(log.contains("WARNING: Encountered Rev.1 IdStamp with out-of-range tickBits value.\n"));
+    old.seek(38);
+    oletest::LogCapture quiet;
+    read.unpack(in, 2);
+    EXPECT_FALSE(quiet.contains("WARNING"));
+}

@@ -1,0 +1,311 @@
+#include <ole/misc/Notifier.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// A callback running a function; counts live instances so that tests can see callbacks being released.
+template <class A>
+class Fn : public iCallbackBase<int, A> {
+public:
+    explicit Fn(std::function<void(const A&)> f) : f_(std::move(f)) { ++live; }
+    ~Fn() override { --live; }
+    int execute(const A& arg) override {
+        f_(arg);
+        return 1;
+    }
+    static inline std::atomic<int> live{0};
+
+private:
+    std::function<void(const A&)> f_;
+};
+
+template <class A>
+Qv::Ptr<iCallbackBase<int, A>> on(std::function<void(const A&)> f) {
+    return Qv::Ptr<iCallbackBase<int, A>>(new Fn<A>(std::move(f)));
+}
+
+// A callback that appends `tag` to `log`.
+Qv::Ptr<iCallbackBase<int, NotifyMsg>> tagger(std::string& log, const char* tag) {
+    return on<NotifyMsg>([&log, tag](const NotifyMsg&) { log += tag; });
+}
+
+int typeId(const char* name) {
+    return NotifyMsgTypeDictionary::instance().intern(name);
+}
+const int kAny = 0;
+const int kDestroy = 1;
+
+TEST(NotifyMsgTypeDictionary, InternsDenseIdsAndNamesThem) {
+    NotifyMsgTypeDictionary& dict = NotifyMsgTypeDictionary::instance();
+    EXPECT_EQ(dict.intern("*"), kAny);
+    EXPECT_EQ(dict.intern("destroy!"), kDestroy);
+    EXPECT_EQ(CallbackInvokerBase::anyType(), kAny);
+    const unsigned before = dict.size();
+    const int id = dict.intern("DictionaryTestType");
+    EXPECT_EQ(unsigned(id), before);
+    EXPECT_EQ(dict.intern("DictionaryTestType"), id);
+    EXPECT_EQ(dict.size(), before + 1);
+    EXPECT_EQ(dict.msgTypeName(id), "DictionaryTestType");
+    EXPECT_TRUE(dict.msgTypeName(99999).empty());
+}
+
+TEST(Notifier, DeliversInRegistrationOrderWithWildcardsBothWays) {
+    const int a = typeId("OrderA"), b = typeId("OrderB");
+    Notifier n;
+    std::string log;
+    const Notifier* seenSender = nullptr;
+    int seenType = -1;
+    auto g1 = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg& m) {
+                                         log += "1";
+                                         seenSender = m.sender();
+                                         seenType = m.type();
+                                     }),
+                                     a);
+    auto g2 = n.registerNotification(tagger(log, "2"), kAny);
+    auto g3 = n.registerNotification(tagger(log, "3"), b);
+    auto g4 = n.registerNotification(
+        Qv::Ptr<CallbackChain>(new CallbackChain(tagger(log, "4"), tagger(log, "5"))), a);
+
+    n.issueNotification(NotifyMsg("hello"), a);
+    EXPECT_EQ(log, "1245");
+    EXPECT_EQ(seenSender, &n);
+    EXPECT_EQ(seenType, a);
+    log.clear();
+    n.issueNotification(NotifyMsg("hello"), b);
+    EXPECT_EQ(log, "23");
+    log.clear();
+    n.issueNotification(NotifyMsg("hello"), kAny);
+    EXPECT_EQ(log, "12345");
+}
+
+TEST(Notifier, LastGuardReleaseDeregisters) {
+    Notifier n;
+    int calls = 0;
+    auto guard = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg&) { ++calls; }), kAny);
+    auto copy = guard;
+    guard.reset();
+    n.issueNotification(NotifyMsg("x"), kAny);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(n.numRegistrations(), 1u);
+    n.deregisterNotification(copy);
+    EXPECT_TRUE(copy == nullptr);
+    n.issueNotification(NotifyMsg("x"), kAny);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(n.numRegistrations(), 0u);
+    EXPECT_EQ(Fn<NotifyMsg>::live, 0);
+}
+
+TEST(Notifier, CallbacksMayChangeTheNotifierCallingThem) {
+    Notifier n;
+    std::string log;
+    Qv::Ptr<Qv::Guard> self, victim, added;
+    self = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg&) {
+                                      log += "s";
+                                      self.reset();    // drops itself mid-walk
+                                      victim.reset();  // and a later registration
+                                      added = n.registerNotification(tagger(log, "a"), kAny);
+                                  }),
+                                  kAny);
+    auto keeper = n.registerNotification(tagger(log, "k"), kAny);
+    victim = n.registerNotification(tagger(log, "v"), kAny);
+
+    n.issueNotification(NotifyMsg("first"), kAny);
+    EXPECT_EQ(log, "sk");  // the victim is skipped, the newcomer waits for the next issue
+    EXPECT_EQ(n.numRegistrations(), 2u);
+    log.clear();
+    n.issueNotification(NotifyMsg("second"), kAny);
+    EXPECT_EQ(log, "ka");
+
+    // A nested issue from a callback runs to completion inside the outer one.
+    const int inner = typeId("Inner");
+    auto nester = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg& m) {
+                                             if (m.type() != inner)
+                                                 n.issueNotification(NotifyMsg("nested"), inner);
+                                         }),
+                                         kAny);
+    log.clear();
+    n.issueNotification(NotifyMsg("third"), kAny);
+    EXPECT_EQ(log, "kaka");
+}
+
+TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
+    Qv::Ptr<Qv::Guard> polite, stubborn, plain;
+    int destroyValue = -1;
+    {
+        NotifierEx<int> ex;
+        polite = ex.registerNotification(on<NotifierEvent<int>>([&](const NotifierEvent<int>& ev) {
+                                             if (ev.type != kDestroy) return;
+                                             EXPECT_EQ(ev.sender, &ex);
+                                             destroyValue = ev.value;
+                                             polite.reset();
+                                         }),
+                                         kDestroy);
+        stubborn = ex.registerNotification(on<NotifierEvent<int>>([](const NotifierEvent<int>&) {}), kAny);
+        Notifier n;
+        plain = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg& m) {
+                                           EXPECT_EQ(m.type(), kDestroy);
+                                           EXPECT_EQ(m.sender(), &n);
+                                           plain.reset();
+                                       }),
+                                       kAny);
+    }
+    EXPECT_EQ(destroyValue, 0);
+    EXPECT_TRUE(polite == nullptr);
+    EXPECT_TRUE(plain == nullptr);
+    EXPECT_EQ(Fn<NotifierEvent<int>>::live, 1);
+    stubborn.reset();  // outlived its notifier: releasing it only frees the callback
+    EXPECT_EQ(Fn<NotifierEvent<int>>::live, 0);
+}
+
+TEST(NotifyMsg, CopiesShareOneCountedBody) {
+    struct Payload : iObject {};
+    Qv::Ptr<iObject> payload(new Payload);
+    NotifyMsg a("text", payload);
+    {
+        NotifyMsg b = a;
+        NotifyMsg c;
+        c = b;
+        c = c;
+        EXPECT_EQ(a.rep(), c.rep());
+        EXPECT_EQ(a.rep()->refCount(), 3);
+    }
+    EXPECT_EQ(a.rep()->refCount(), 1);
+    EXPECT_STREQ(static_cast<const char*>(a), "text");
+    EXPECT_EQ(a.payload(), payload);
+    EXPECT_EQ(static_cast<const char*>(NotifyMsg()), nullptr);
+    EXPECT_STREQ(static_cast<const char*>(*NotifyMsg(payload).rep()), "");
+}
+
+TEST(Notifiable, QueuesBodiesForLater) {
+    struct Recorder : Notifiable {
+        std::vector<std::string> got;
+        void notify(const NotifyMsg& m) override { got.push_back("n:" + std::string(m.text().c_str())); }
+        void destroy(const NotifyMsg& m) override { got.push_back("d:" + std::string(m.text().c_str())); }
+    };
+    Recorder r;
+    r.bufNotify(NotifyMsg());
+    EXPECT_EQ(r.numBuffered(), 0u);
+
+    Recorder other;
+    NotifyMsg shared("shared");
+    other.bufNotify(shared);  // the body now waits in another queue: ours gets a copy
+    Qv::Ptr<Qv::Guard> g;
+    {
+        Notifier n;
+        g = n.registerNotification(Qv::Ptr<iCallbackBase<int, NotifyMsg>>(new NotifiableCallback(&r, true)),
+                                   kAny);
+        n.issueNotification(NotifyMsg("one"), typeId("One"));
+        r.bufNotify(shared);
+        EXPECT_EQ(r.numBuffered(), 2u);
+    }  // "destroy!" is queued as well
+    EXPECT_TRUE(r.got.empty());
+    r.processBuffered();
+    EXPECT_EQ(r.got, (std::vector<std::string>{"n:one", "n:shared", "d:destroy!"}));
+    EXPECT_EQ(r.numBuffered(), 0u);
+    EXPECT_EQ(other.numBuffered(), 1u);
+}
+
+TEST(NotifyMsgTokenIterator, YieldsEachWordOnce) {
+    std::vector<std::string> words;
+    for (NotifyMsgTokenIterator it(NotifyMsg("  alpha \t beta\n\ngamma   ")); ++it;) words.push_back(*it);
+    EXPECT_EQ(words, (std::vector<std::string>{"alpha", "beta", "gamma"}));
+    for (const char* text : {"", "   \t "}) {
+        NotifyMsgTokenIterator it{NotifyMsg(text)};
+        EXPECT_FALSE(++it) << '"' << text << '"';
+    }
+    NotifyMsgTokenIterator none{NotifyMsg()};
+    EXPECT_FALSE(++none);
+}
+
+TEST(NotifierBase, DebugCommandGoesThroughTheInstalledRegistration) {
+    EXPECT_FALSE(NotifierBase::registerCommands());
+    static std::string name;
+    static void (*action)() = nullptr;
+    NotifierBase::setCommandRegistration([](const char* n, void (*a)()) {
+        name = n;
+        action = a;
+        return true;
+    });
+    EXPECT_TRUE(NotifierBase::registerCommands());
+    NotifierBase::setCommandRegistration(nullptr);
+    EXPECT_EQ(name, "toggle_debug_notify");
+    const bool before = NotifierBase::debugMode();
+    action();
+    EXPECT_NE(NotifierBase::debugMode(), before);
+    action();
+    EXPECT_EQ(NotifierBase::debugMode(), before);
+}
+
+// Issuers on several threads while others register and drop: the first registration numbers every
+// issue; each probe must see a gap-free run of issues that starts and ends within the window of its
+// registration and its release.
+TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
+    struct Probe {
+        std::vector<uint64_t> seen;
+        uint64_t before = 0, after = 0, dropStart = 0, dropEnd = 0;
+    };
+    Notifier n;
+    std::atomic<uint64_t> serial{0};
+    auto numberer = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg&) { ++serial; }), kAny);
+
+    constexpr int kIssuers = 2, kRegistrars = 2, kProbes = 400;
+    std::vector<std::vector<Probe>> probes(kRegistrars, std::vector<Probe>(kProbes));
+    std::atomic<bool> go{false};
+    std::atomic<int> registrarsLeft{kRegistrars};
+    std::atomic<uint64_t> issued{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kIssuers; ++t)
+        threads.emplace_back([&] {
+            while (!go) std::this_thread::yield();
+            for (int i = 0; i < 1000 || (registrarsLeft > 0 && i < 100000); ++i) {
+                n.issueNotification(NotifyMsg("tick"), kAny);
+                ++issued;
+            }
+        });
+    for (int t = 0; t < kRegistrars; ++t)
+        threads.emplace_back([&, t] {
+            while (!go) std::this_thread::yield();
+            for (Probe& p : probes[t]) {
+                p.before = serial.load();
+                auto guard = n.registerNotification(
+                    on<NotifyMsg>([&p, &serial](const NotifyMsg&) { p.seen.push_back(serial.load()); }),
+                    kAny);
+                p.after = serial.load();
+                std::this_thread::yield();
+                p.dropStart = serial.load();
+                guard.reset();
+                p.dropEnd = serial.load();
+            }
+            --registrarsLeft;
+        });
+    go = true;
+    for (std::thread& t : threads) t.join();
+
+    EXPECT_EQ(serial.load(), issued.load());
+    int bad = 0;
+    for (const auto& list : probes)
+        for (const Probe& p : list) {
+            bool ok = true;
+            if (p.seen.empty()) {
+                ok = p.dropStart <= p.after;  // no issue can have fallen between registration and release
+            } else {
+                ok = p.seen.front() > p.before && p.seen.front() <= p.after + 1 &&
+                     p.seen.back() >= p.dropStart && p.seen.back() <= p.dropEnd;
+                for (std::size_t i = 1; i < p.seen.size(); ++i) ok = ok && p.seen[i] == p.seen[i - 1] + 1;
+            }
+            bad += !ok;
+        }
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(n.numRegistrations(), 1u);
+    numberer.reset();
+    EXPECT_EQ(Fn<NotifyMsg>::live, 0);
+}
+
+}  // namespace

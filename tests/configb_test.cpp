@@ -1,0 +1,367 @@
+#include <ole/misc/configb.h>
+
+#include <ole/misc/Cookie.h>
+#include <ole/misc/Dirtiable.h>
+#include <ole/misc/strmable.h>
+#include <ole/misc/strp_field.h>
+#include <platform/RegistryConfig.h>
+#include <platform/Strings.h>
+
+#include "support/TestHome.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Text = LightweightString<char>;
+using Entry = std::pair<std::string, std::pair<std::string, std::string>>;  // name, (tag, value)
+
+std::vector<Entry> entriesOf(const configb& c) {
+    std::vector<Entry> out;
+    for (const auto& [name, e] : c.entries())
+        out.push_back({name.c_str(), {e.type.c_str(), e.value.c_str()}});
+    return out;
+}
+
+TextFile linesOf(const char* text) {
+    TextFile file;
+    file.setText(text);
+    return file;
+}
+
+struct CountingOwner : Dirtiable {
+    int told = 0;
+    void setDirty(bool dirty) override {
+        ++told;
+        Dirtiable::setDirty(dirty);
+    }
+};
+
+}  // namespace
+
+TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
+    const std::string dir = oletest::makeTempDir("configb");
+    const std::string path = dir + "/every.cfg";
+    ASSERT_TRUE(oletest::writeFile(path,
+                                   "{\n"
+                                   "  Width:int   720  \n"
+                                   "\tTitle   Evening news, late edition  \r\n"
+                                   "# a comment\n"
+                                   "   # an indented comment\n"
+                                   "\n"
+                                   "      \n"
+                                   "  Url http://host:80/path\n"
+                                   "  Ratio:double 1.5\n"
+                                   "  Name:x\n"
+                                   "  Caf\xC3\xA9 \xC3\xA9t\xC3\xA9\n"
+                                   "}\n"
+                                   "  after:int 9\n"));
+    configb c(fromUTF8(path.c_str()));
+    EXPECT_FALSE(c.get_dirty());
+    const std::vector<Entry> expected = {
+        {"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}},
+        {"Name", {"x", ""}},
+        {"Ratio", {"double", "1.5"}},
+        {"Title", {"", "Evening news, late edition"}},
+        {"Url", {"", "http://host:80/path"}},
+        {"Width", {"int", "720"}},
+    };
+    EXPECT_EQ(entriesOf(c), expected);
+
+    // Reading again replaces what was there, even when there is nothing to read.
+    EXPECT_FALSE(c.readFromFile(fromUTF8((dir + "/missing.cfg").c_str())));
+    EXPECT_TRUE(c.isEmpty());
+}
+
+TEST(ConfigbText, BlocksInsideLargerFiles) {
+    const TextFile file = linesOf(
+        "[Section]\n"
+        "{\n"
+        "  a:int 1\n"
+        "  }\n"
+        "  b two words\n"
+        "EndSection\n"
+        " {\n"
+        "{\n"
+        "  c 3\n"
+        "  endsection trailing\n"
+        "  d 4\n");
+    configb c;
+    c.set_end_str("EndSection");
+    unsigned line = 0;
+    EXPECT_FALSE(c.buildFrom(file, line));  // no block starts at a heading
+    EXPECT_EQ(line, 0u);
+    line = 1;
+    ASSERT_TRUE(c.buildFrom(file, line));
+    EXPECT_EQ(line, 6u);                    // just past the end word
+    EXPECT_FALSE(c.buildFrom(file, line));  // an indented "{" does not open a block
+    EXPECT_EQ(line, 6u);
+    // The end word found as a name, in any letter case, also closes the block.
+    line = 7;
+    ASSERT_TRUE(c.buildFrom(file, line));
+    EXPECT_EQ(line, 10u);
+    const std::vector<Entry> expected = {
+        {"a", {"int", "1"}}, {"b", {"", "two words"}}, {"c", {"", "3"}}, {"}", {"", ""}}};
+    EXPECT_EQ(entriesOf(c), expected);
+
+    // Without its end line a block runs to the end of the text.
+    configb open;
+    line = 0;
+    ASSERT_TRUE(open.buildFrom(linesOf("{\n  x 1\n  y:int 2"), line));
+    EXPECT_EQ(line, 3u);
+    EXPECT_EQ(open.size(), 2u);
+    EXPECT_TRUE(open.fromString("{\n  z 3\n"));
+    EXPECT_EQ(open.size(), 3u);  // blocks add to what the record holds
+
+    // A NUL byte ends its line, as it would end the text once written or packed.
+    configb nul;
+    const char withNul[] = "{\n  a 1\0junk\n}\0x\n  b 2";
+    ASSERT_TRUE(nul.fromString(Text(withNul, sizeof withNul - 1)));
+    EXPECT_EQ(entriesOf(nul), (std::vector<Entry>{{"a", {"", "1"}}}));
+    EXPECT_EQ(nul.entries().begin()->second.value.size(), 1u);
+
+    configb none;
+    for (const char* notABlock : {"{", "", "x\n}"}) EXPECT_FALSE(none.fromString(notABlock));
+    EXPECT_FALSE(none.buildFrom(TextFile()));
+}
+
+TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
+    configb empty;
+    EXPECT_EQ(std::string(empty.asString().c_str()), "{\n}");
+
+    configb c;
+    strp_field field(Text("field text"));
+    c.set("count", 42);
+    c.set("Scale", 1.25);
+    c.set("on", true);
+    c.set("title", "a: b  c");
+    c.set(Text("blank"), Text(""));
+    c.set("field", field);
+    c.set("clip", Cookie('E', 1234, 0, 17));
+    c.set("stamp", IdStamp(0x2A, 0x0123ABCD, 0x1F));
+    c.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
+    c.set("spaceTag", ConfigEntryT(Text("  "), Text("w")));
+    EXPECT_EQ(std::string(c.asString().c_str()),
+              "{\n  blank\n  clip:cookie " + std::string(Cookie('E', 1234, 0, 17).asString(true).c_str()) +
+                  "\n  count:int 42\n  field:textdata field text\n  odd:mytag v\n  on:bool true\n"
+                  "  Scale:double 1.25000000\n  spaceTag w\n  stamp:IdStamp 0000002A0123ABCD1F\n  title a: b "
+                  " c\n}");
+
+    configb back;
+    ASSERT_TRUE(back.fromString(c.asString()));
+    c.remove("spaceTag");  // its blank tag is not written
+    back.remove("spaceTag");
+    EXPECT_EQ(entriesOf(back), entriesOf(c));
+    Cookie clip;
+    IdStamp stamp(0, 0, 0);
+    EXPECT_EQ(back.in("CLIP", clip) + back.in("stamp", stamp), 0);
+    EXPECT_EQ(clip, Cookie('E', 1234, 0, 17));
+    EXPECT_EQ(stamp, IdStamp(0x2A, 0x0123ABCD, 0x1F));
+    EXPECT_EQ(back.in("title", clip), 0);  // not a cookie text
+    EXPECT_FALSE(clip.valid());
+
+    TextFile file;
+    configb small;
+    small.set("k", 7);
+    small.set_end_str("End");
+    small.writeTo(file, 2);
+    EXPECT_EQ(std::string(file.text().c_str()), "  {\n    k:int 7\n  End\n");
+
+    const std::string path = oletest::makeTempDir("configb") + "/dump.cfg";
+    c.set_end_str("End");
+    ASSERT_TRUE(c.dump(fromUTF8(path.c_str())));
+    configb reread;
+    reread.set_end_str("End");
+    ASSERT_TRUE(reread.readFromFile(fromUTF8(path.c_str())));
+    EXPECT_EQ(entriesOf(reread), entriesOf(c));
+}
+
+TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
+    CountingOwner owner;
+    configb c(&owner);
+    EXPECT_EQ(c.set("Width", 5), 1);
+    EXPECT_FALSE(c.get_dirty());  // a new entry is not a change to saved data
+    EXPECT_EQ(c.set("WIDTH", "five"), 0);
+    EXPECT_EQ(c.set("width", 5), 0);
+    EXPECT_EQ(c.set("wIdTh", 5.0), 0);
+    EXPECT_FALSE(c.get_dirty());
+    EXPECT_EQ(owner.told, 0);
+    EXPECT_EQ(c.set("wIdTh", 6), 1);
+    EXPECT_TRUE(c.get_dirty());
+    EXPECT_EQ(owner.told, 1);
+    EXPECT_EQ(entriesOf(c), (std::vector<Entry>{{"Width", {"int", "6"}}}));
+
+    EXPECT_EQ(c.set("", 1), 0);
+    c.set("b", 1);
+    c.set("A", 1);
+    std::string order;
+    for (const auto& entry : c.entries()) order += entry.first.c_str();
+    EXPECT_EQ(order, "AbWidth");
+
+    // A record read from text follows the same rule: the first type seen for a name wins.
+    configb parsed;
+    ASSERT_TRUE(parsed.fromString("{\n  n:int 1\n  N two\n  n:int 3\n}"));
+    EXPECT_EQ(entriesOf(parsed), (std::vector<Entry>{{"n", {"int", "3"}}}));
+
+    c.init();
+    EXPECT_FALSE(c.get_dirty());
+    c.remove("nothing");
+    EXPECT_FALSE(c.get_dirty());
+    c.remove("a");
+    EXPECT_TRUE(c.get_dirty());
+    EXPECT_EQ(owner.told, 2);
+}
+
+// Reads `value`, stored as plain text, through the getter for T; `out` starts as `start`.
+template <class T>
+std::pair<int, T> get(const char* value, T start) {
+    configb c;
+    c.set("k", value);
+    T out = start;
+    const int rc = c.in("K", out);
+    return {rc, out};
+}
+
+TEST(ConfigbGet, EveryGetterOnGoodAndBadText) {
+    using IntResult = std::pair<int, int>;
+    EXPECT_EQ(get("42", 9), IntResult(0, 42));
+    EXPECT_EQ(get("-7", 9), IntResult(0, -7));
+    EXPECT_EQ(get("12abc", 9), IntResult(0, 12));
+    EXPECT_EQ(get("-", 9), IntResult(0, 0));
+    EXPECT_EQ(get("true", 9), IntResult(0, 1));
+    EXPECT_EQ(get("false", 9), IntResult(0, 0));
+    for (const char* bad : {"+5", " 5", "True", "", "abc"}) EXPECT_EQ(get(bad, 9), IntResult(-1, 9)) << bad;
+
+    EXPECT_EQ(get("abc", 1u), std::make_pair(0, 0u));
+    EXPECT_EQ(get("2.5", 1.0), std::make_pair(0, 2.5));
+    EXPECT_EQ(get("abc", 1.0), std::make_pair(0, 0.0));
+
+    EXPECT_EQ(get("true", false), std::make_pair(0, true));
+    EXPECT_EQ(get("false", true), std::make_pair(0, false));
+    for (const char* unchanged : {"True", "", "1", "true "})
+        EXPECT_EQ(get(unchanged, false), std::make_pair(0, false)) << unchanged;
+
+    configb c;
+    c.set("long", "0123456789");
+    char buffer[8] = "xxxxxxx";
+    EXPECT_EQ(c.in("long", buffer, 5), 0);
+    EXPECT_STREQ(buffer, "0123");
+    EXPECT_EQ(c.in("long", buffer, 0), -1);
+    Text text;
+    EXPECT_EQ(c.in("LONG", text), 0);
+    EXPECT_EQ(text, "0123456789");
+
+    // A missing or empty name leaves the target untouched.
+    int i = 5;
+    for (const char* missing : {"nope", ""}) EXPECT_EQ(c.in(missing, i), -1);
+    EXPECT_EQ(i, 5);
+}
+
+TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
+    const Text section(RegistryConfig::kDefaultSection);
+    const Cookie cookie('P', 99, 0, 12);
+    const IdStamp stamp(0x2A, 0x0123ABCD, 7);
+    GlobalConfig().setValue(section, "cfgInt", 12);
+    GlobalConfig().setValue(section, "cfgText", "some text");
+    GlobalConfig().setValue(section, "cfgCookie", cookie.asString(true));
+    GlobalConfig().setValue(section, "cfgStamp", stamp.asString());
+    EXPECT_EQ(config_long("cfgInt", 3), 12);
+    EXPECT_EQ(config_int("cfgText", 3), 3);
+    EXPECT_EQ(config_string("cfgMissing", "d"), "d");
+    char buffer[5];
+    EXPECT_STREQ(config_string("cfgText", buffer, 5, "d"), "some");
+    EXPECT_EQ(config_cookie("cfgCookie", invalid_cookie), cookie);
+    EXPECT_EQ(config_cookie("cfgText", cookie), cookie);  // text that is not a cookie gives the default
+    EXPECT_EQ(config_IdStamp("cfgStamp", IdStamp(0, 0, 0)), stamp);
+    EXPECT_EQ(config_IdStamp("cfgText", stamp), stamp);
+}
+
+TEST(ConfigOutb, IndentedNameValueLines) {
+    TextFile file;
+    config_outb out(file);
+    bool flag = true;
+    IdStamp stamp(1, 2, 3);
+    out.out("text", "hello there");
+    out.indent();
+    out.out("unsigned", 4000000000u);
+    out.indent();
+    out.out("double", 0.25);
+    out.outdent();
+    out.out("flag", flag);
+    out.out("stamp", stamp);
+    EXPECT_EQ(std::string(file.text().c_str()),
+              "  text hello there\n    unsigned 4000000000\n      double 0.25000000\n    flag true\n"
+              "    stamp 00000001000000023\n");
+    out.setDepth(40);  // deeper than the deepest prefix
+    EXPECT_EQ(std::string(out.get_prefix_string()), std::string(30, ' '));
+}
+
+namespace {
+// A packable object that keeps a record between two numbers, so that a record reading too much or too
+// little shows in its neighbours.
+class Settings : public StreamableClass<Settings, Streamable> {
+public:
+    static constexpr const char* kLayerName = "Settings";
+    int pack(PStream& s) const {
+        s.setLong(before);
+        const int rc = config.pack(s);
+        s.setLong(after);
+        return rc;
+    }
+    int unpack(PStream& s) {
+        before = s.getLong();
+        const int rc = config.unpack(s, configb::kPackVersion);
+        after = s.getLong();
+        return rc;
+    }
+    int32_t before = 0;
+    int32_t after = 0;
+    configb config;
+};
+}  // namespace
+
+TEST(ConfigbPack, RoundTripInsideALayeredObject) {
+    Settings out;
+    out.before = 11;
+    out.after = -22;
+    out.config.set("Width", 720);
+    out.config.set("title", "two words");
+    out.config.set("empty", "");
+    out.config.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
+    out.config.set_end_str("EndSettings");
+    out.config.set_config_name("render");
+
+    PStream stream;
+    ASSERT_EQ(out.STRM_hierarchyPack(stream), STRM_OK);
+    const std::size_t packedSize = stream.position();
+    ASSERT_TRUE(stream.seek(0));
+    Settings in;
+    in.config.set("stale", 1);
+    ASSERT_EQ(in.STRM_hierarchyUnpack(stream), STRM_OK) << stream.messages().c_str();
+    EXPECT_EQ(stream.position(), packedSize);
+    EXPECT_EQ(in.before, 11);
+    EXPECT_EQ(in.after, -22);
+    EXPECT_EQ(entriesOf(in.config), entriesOf(out.config));
+    EXPECT_EQ(in.config.get_end_str(), "EndSettings");
+    EXPECT_EQ(in.config.get_config_name(), "render");
+    EXPECT_FALSE(in.config.get_dirty());
+
+    // A record cut short fails without inventing entries.
+    PStream whole;
+    out.config.pack(whole);
+    const std::size_t size = whole.position();
+    for (std::size_t cut : {std::size_t(2), size / 2, size - 1}) {
+        StreamFile part(whole.file()->data(), cut);
+        PStream truncated(&part);
+        configb c(truncated);
+        EXPECT_TRUE(c.isEmpty()) << cut;
+        EXPECT_NE(truncated.error(), 0) << cut;
+    }
+    ASSERT_TRUE(whole.seek(0));
+    configb wrongVersion;
+    EXPECT_EQ(wrongVersion.unpack(whole, configb::kPackVersion + 1), STRM_FAILED);
+}

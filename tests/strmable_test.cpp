@@ -1,0 +1,368 @@
+#include <ole/misc/strmable.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+// A three-layer hierarchy: Streamable, Shape, Circle.
+class Shape : public StreamableClass<Shape, Streamable> {
+public:
+    static constexpr const char* kLayerName = "Shape";
+    int pack(PStream& s) const {
+        setRevision(1, 1);
+        s.setLong(sides);
+        return STRM_OK;
+    }
+    int unpack(PStream& s) {
+        seenMajor = majorRevision();
+        seenMinor = minorRevision();
+        sides = s.getLong();
+        return STRM_OK;
+    }
+    int32_t sides = 0;
+    int seenMajor = 0, seenMinor = 0;
+};
+
+class Circle : public StreamableClass<Circle, Shape> {
+public:
+    static constexpr const char* kLayerName = "Circle";
+    int pack(PStream& s) const {
+        setRevision(3, 2);
+        s.setDouble(radius);
+        s.writeBinary(label.c_str(), 0, false, false);
+        return STRM_OK;
+    }
+    int unpack(PStream& s) {
+        radius = s.getDouble();
+        label = s.getString();
+        return STRM_OK;
+    }
+    double radius = 0;
+    LightweightString<char> label;
+};
+
+// A reader of Circle's layer written by another revision of the class: it takes `extra` reads more
+// (or fewer, when negative) than the writer wrote.
+class CircleReader : public StreamableClass<CircleReader, Shape> {
+public:
+    static constexpr const char* kLayerName = "Circle";
+    int pack(PStream&) const { return STRM_OK; }
+    int unpack(PStream& s) {
+        radius = s.getDouble();
+        if (extra >= 0) s.getString();
+        if (extra > 0) s.getInt64();
+        return STRM_OK;
+    }
+    int extra = 0;
+    double radius = 0;
+};
+
+class Square : public StreamableClass<Square, Shape> {
+public:
+    static constexpr const char* kLayerName = "Square";
+    int pack(PStream& s) const {
+        s.setFloat(side);
+        return STRM_OK;
+    }
+    int unpack(PStream& s) {
+        side = s.getFloat();
+        return STRM_OK;
+    }
+    float side = 0;
+};
+
+// A layer kept as uninterpreted bytes.
+class Blob : public StreamableClass<Blob, Streamable> {
+public:
+    static constexpr const char* kLayerName = "Blob";
+    int pack(PStream& s) const {
+        s.writeBinary("\x01\x02\x03", 3, false, true);
+        return STRM_OK;
+    }
+    int unpack(PStream& s) { return readChunkAsBinary(s, block); }
+    Qv::Ptr<iMemHolder> block;
+};
+
+Circle makeCircle() {
+    Circle c;
+    c.sides = 1;
+    c.radius = 2.5;
+    c.label = "wheel";
+    return c;
+}
+
+std::string bytesOf(const StreamFile& f) {
+    return std::string(reinterpret_cast<const char*>(f.data()), f.size());
+}
+
+uint32_t wordAt(const std::string& bytes, std::size_t at) {
+    uint32_t w = 0;
+    std::memcpy(&w, bytes.data() + at, 4);
+    return w;
+}
+
+}  // namespace
+
+TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
+    StreamFile f;
+    PStream s(&f);
+    DynamicIntegralStorage<unsigned char, unsigned short>(254).write(s);
+    DynamicIntegralStorage<unsigned char, unsigned short>(255).write(s);
+    DynamicIntegralStorage<unsigned short, unsigned int>(65534).write(s);
+    DynamicIntegralStorage<unsigned short, unsigned int>(70000).write(s);
+    EXPECT_EQ(bytesOf(f), std::string("\xFE\xFF\xFF\x00\xFE\xFF\xFF\xFF\x70\x11\x01\x00", 12));
+
+    f.seek(0);
+    DynamicIntegralStorage<unsigned char, unsigned short> narrow;
+    DynamicIntegralStorage<unsigned short, unsigned int> wide;
+    EXPECT_EQ(narrow.read(s), 254u);
+    EXPECT_EQ(narrow.read(s), 255u);
+    EXPECT_EQ(wide.read(s), 65534u);
+    EXPECT_EQ(wide.read(s), 70000u);
+
+    StreamFile cut("\xFF\x01", 2);  // the escape and half a word
+    PStream t(&cut);
+    EXPECT_EQ(narrow.read(t), 0u);
+    EXPECT_NE(t.error(), 0);
+}
+
+TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
+    StreamFile f;
+    PStream s(&f);
+    const Circle original = makeCircle();
+    ASSERT_EQ(original.STRM_hierarchyPack(s), STRM_OK);
+    const std::string b = bytesOf(f);
+
+    // Streamable header: name, revision 2.0, own size, total size; then the hierarchy below the root.
+    const std::size_t baseData = sizeof "Streamable" + 2 + 8;
+    ASSERT_EQ(b.compare(0, sizeof "Streamable", std::string("Streamable\0", 11)), 0);
+    EXPECT_EQ(b[11], 2);
+    EXPECT_EQ(b[12], 0);
+    EXPECT_EQ(wordAt(b, 13), sizeof "Shape.Circle");
+    EXPECT_EQ(wordAt(b, 17), b.size() - baseData);
+    EXPECT_EQ(b.compare(baseData, 13, std::string("Shape.Circle\0", 13)), 0);
+    // Shape's chunk holds its four bytes and then Circle's whole chunk.
+    const std::size_t shape = baseData + 13;
+    ASSERT_EQ(b.compare(shape, 6, std::string("Shape\0", 6)), 0);
+    EXPECT_EQ(b[shape + 6], 1);
+    EXPECT_EQ(b[shape + 7], 1);
+    EXPECT_EQ(wordAt(b, shape + 8), 4u);
+    EXPECT_EQ(wordAt(b, shape + 12), b.size() - (shape + 16));
+    EXPECT_EQ(b.compare(shape + 20, 9, std::string("Circle\0\3\2", 9)), 0);
+
+    f.seek(0);
+    Circle copy;
+    EXPECT_EQ(copy.STRM_hierarchyUnpack(s), STRM_OK);
+    EXPECT_EQ(copy.sides, 1);
+    EXPECT_EQ(copy.radius, 2.5);
+    EXPECT_EQ(copy.label, LightweightString<char>("wheel"));
+    EXPECT_EQ(copy.seenMajor, 1);
+    EXPECT_EQ(copy.seenMinor, 1);
+    EXPECT_TRUE(f.atEnd());
+    EXPECT_TRUE(s.messages().empty());
+
+    EXPECT_EQ(copy.hierarchyName(), LightweightString<char>("Streamable.Shape.Circle"));
+    EXPECT_EQ(copy.hierarchyName(false, true), LightweightString<char>("Shape.Circle"));
+    EXPECT_EQ(copy.hierarchyName(true, false), LightweightString<char>("Streamable.Shape"));
+    EXPECT_STREQ(copy.layerName(), "Circle");
+}
+
+TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
+    StreamFile f;
+    PStream s(&f);
+    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
+    Square next;
+    next.side = 4;
+    ASSERT_EQ(next.STRM_hierarchyPack(s), STRM_OK);
+
+    f.seek(0);
+    CircleReader less;
+    less.extra = -1;
+    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_OK);
+    EXPECT_EQ(less.radius, 2.5);
+    EXPECT_STREQ(s.messages().c_str(),
+                 "Warning: Not all object data was read while unpacking object Circle, layer Circle v3.2, "
+                 "6/14 bytes unread.\n");
+    // Skipping left the stream at the next object.
+    Square after;
+    EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_OK);
+    EXPECT_EQ(after.side, 4.0f);
+
+    f.seek(0);
+    s.messages().clear();
+    CircleReader more;
+    more.extra = 1;
+    EXPECT_EQ(more.STRM_hierarchyUnpack(s), STRM_FAILED);
+    EXPECT_STREQ(s.messages().c_str(),
+                 "Error: Unpacker read beyond end of chunk while unpacking object Circle, layer Circle v3.2, "
+                 "8 bytes overread.\n");
+    EXPECT_NE(s.error(), 0);
+
+    s.messages().clear();
+    EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_FAILED);
+    EXPECT_STREQ(s.messages().c_str(), "Warning: Attempted to unpack from a stream with error flagged!\n");
+}
+
+TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
+    StreamFile f;
+    PStream s(&f);
+    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
+    const std::string good = bytesOf(f);
+
+    f.seek(0);
+    Square square;
+    EXPECT_EQ(square.STRM_hierarchyUnpack(s), STRM_FAILED);
+    EXPECT_STREQ(s.messages().c_str(),
+                 "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle");
+
+    // A base layer of an unknown revision.
+    std::string bad = good;
+    bad[11] = 7;
+    StreamFile badFile(bad.data(), bad.size());
+    PStream badStream(&badFile);
+    Circle c;
+    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
+    EXPECT_STREQ(badStream.messages().c_str(), "Unrecognized version for Streamable base");
+
+    // A derived layer under another name.
+    bad = good;
+    bad[good.find("Circle\0", 40, 7)] = 'K';
+    badFile.assign(bad.data(), bad.size());
+    badStream.clearError();
+    badStream.messages().clear();
+    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
+    EXPECT_STREQ(badStream.messages().c_str(),
+                 "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle");
+
+    // Every truncation fails cleanly with a message.
+    for (std::size_t n = 0; n < good.size(); ++n) {
+        StreamFile cut(good.data(), n);
+        PStream t(&cut);
+        Circle into;
+        EXPECT_EQ(into.STRM_hierarchyUnpack(t), STRM_FAILED) << n;
+        EXPECT_FALSE(t.messages().empty()) << n;
+    }
+    StreamFile cut(good.data(), 40);
+    PStream t(&cut);
+    c.STRM_hierarchyUnpack(t);
+    EXPECT_STREQ(t.messages().c_str(), "Unexpected end-of-file while unpacking Circle, layer Streamable");
+}
+
+// Old streams: the marker, variable-width revisions and the total size before the own size.
+TEST(Streamable, OldFormatStreamsAreRead) {
+    StreamFile f;
+    PStream w(&f);
+    f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
+    auto header = [&](const char* name, unsigned major, unsigned minor, uint32_t own, uint32_t total) {
+        w.writeBinary(name, 0, false, false);
+        DynamicIntegralStorage<unsigned char, unsigned short>(static_cast<unsigned short>(major)).write(w);
+        DynamicIntegralStorage<unsigned short, unsigned int>(minor).write(w);
+        w.setUnsignedLong(total);
+        w.setUnsignedLong(own);
+    };
+    const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14;
+    const uint32_t shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
+    header("Streamable", 1, 0, 0, shapeChunk);
+    header("Shape", 1, 0, 4, 4 + circleChunk);
+    w.setLong(9);
+    header("Circle", 3, 2, 14, 14);
+    w.setDouble(0.5);
+    w.writeBinary("rim\0\0\0", 6, false, true);  // "rim" and two bytes more than the reader takes
+
+    f.seek(0);
+    PStream r(&f);
+    EXPECT_TRUE(r.readStreamMarker());
+    EXPECT_EQ(r.streamVersion(), PStream::kStrm10Version);
+    const StreamObjectInfo info = theSOManager().objectInfo(r);
+    ASSERT_TRUE(info.valid);
+    EXPECT_EQ(info.hierarchyName, LightweightString<char>("Shape.Circle"));
+    EXPECT_EQ(info.className, LightweightString<char>("Circle"));
+    EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
+
+    Circle c;
+    EXPECT_EQ(c.STRM_hierarchyUnpack(r), STRM_OK);
+    EXPECT_EQ(c.sides, 9);
+    EXPECT_EQ(c.radius, 0.5);
+    EXPECT_EQ(c.label, LightweightString<char>("rim"));
+    EXPECT_NE(std::string(r.messages().c_str()).find("2/14 bytes unread"), std::string::npos);
+
+    // A revision that does not fit a byte.
+    f.clear();
+    f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
+    header("Streamable", 300, 0, 0, 0);
+    f.seek(0);
+    PStream o(&f);
+    o.readStreamMarker();
+    EXPECT_EQ(c.STRM_hierarchyUnpack(o), STRM_FAILED);
+    EXPECT_STREQ(o.messages().c_str(), " Strm1.0 Object has oversized major rev (Streamable). ");
+}
+
+TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
+    StreamObjectManager& m = theSOManager();
+    EXPECT_EQ(m.registerClass<Circle>(), 1);
+    EXPECT_EQ(m.registerClass<Circle>(), 0);
+    EXPECT_EQ(m.registerClass<Square>(), 1);
+    StreamClassRecord record;
+    EXPECT_EQ(m.lookup("Circle", record), 0);
+    EXPECT_EQ(record.hierarchyName, LightweightString<char>("Shape.Circle"));
+    EXPECT_EQ(m.lookup("Shape.Square", record), 0);
+    EXPECT_EQ(record.className, LightweightString<char>("Square"));
+    EXPECT_EQ(m.lookup("Triangle", record), -1);
+
+    StreamFile f;
+    PStream s(&f);
+    Square sq;
+    sq.side = 3;
+    Shape plain;
+    makeCircle().STRM_hierarchyPack(s);
+    plain.STRM_hierarchyPack(s);  // Shape itself is not registered
+    sq.STRM_hierarchyPack(s);
+
+    f.seek(0);
+    Qv::Ptr<Streamable> first = m.readObject(s);
+    ASSERT_NE(first, nullptr);
+    ASSERT_STREQ(first->shortLayerName(), "Circle");
+    EXPECT_EQ(static_cast<Circle*>(first.get())->label, LightweightString<char>("wheel"));
+    EXPECT_EQ(m.readObject(s), nullptr);
+    EXPECT_EQ(s.error(), 0);
+    Qv::Ptr<Streamable> third = m.readObject(s);
+    ASSERT_NE(third, nullptr);
+    EXPECT_EQ(static_cast<Square*>(third.get())->side, 3.0f);
+    EXPECT_TRUE(f.atEnd());
+
+    EXPECT_EQ(m.readObject(s), nullptr);
+    EXPECT_NE(
+        std::string(s.messages().c_str()).find("StreamObjectManager::readObject(): Failed to read header!\n"),
+        std::string::npos);
+
+    f.seek(0);
+    s.clearError();
+    Circle target;
+    EXPECT_EQ(m.readObjectAs(s, target), STRM_OK);
+    EXPECT_EQ(target.radius, 2.5);
+
+    EXPECT_EQ(m.unregisterClass("Circle"), 1);
+    EXPECT_EQ(m.unregisterClass("Circle"), 0);
+    EXPECT_EQ(m.lookup("Shape.Circle", record), -1);
+    EXPECT_EQ(m.unregisterClass("Square"), 1);
+}
+
+TEST(Streamable, ChunkAsBinaryAndAssign) {
+    StreamFile f;
+    PStream s(&f);
+    Blob out;
+    ASSERT_EQ(out.STRM_hierarchyPack(s), STRM_OK);
+    f.seek(0);
+    Blob in;
+    ASSERT_EQ(in.STRM_hierarchyUnpack(s), STRM_OK);
+    ASSERT_NE(in.block, nullptr);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(in.block->data()), in.block->size()), "\x01\x02\x03");
+
+    testing::internal::CaptureStdout();
+    in.assign(out);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "assertion failed assign is not supported by this class at ole/misc/strmable line 124\n");
+}
