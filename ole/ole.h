@@ -39,3 +39,9 @@
 #include <ole/misc/IdStamp.h>
 #include <ole/misc/Array.h>
 #include <ole/misc/CookieSet.h>
+#include <ole/misc/FrameRate.h>
+#include <ole/misc/ProjectRate.h>
+#include <ole/misc/filmgauge.h>
+#include <ole/misc/tccvt.h>
+#include <ole/misc/time_def.h>
+#include <ole/misc/outputformat.h>

@@ -1,0 +1,175 @@
+#include <ole/misc/tccvt.h>
+
+#include <ole/misc/filmgauge.h>
+
+#include <platform/Strings.h>
+
+#include "support/StdoutCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+using namespace Qv;
+using oletest::stdoutOf;
+
+namespace {
+
+const double kNtsc = 30 / 1.001;
+
+std::string text(double seconds, FrameRate rate, bool drop = false, int flags = kTcFull) {
+    char buffer[13] = "untouched";
+    EXPECT_TRUE(tc_to_string(seconds, buffer, flags, rate, drop));
+    return buffer;
+}
+
+std::string record(int frame, short rate, short drop) {
+    tc_addr tc{-1, -1, -1, -1, -1};
+    frames_to_tc(frame, &tc, rate, drop);
+    EXPECT_EQ(tc.dropFrame, drop);
+    char out[64];
+    std::snprintf(out, sizeof out, "%02d:%02d:%02d%c%02d", tc.hours, tc.minutes, tc.seconds, drop ? ';' : ':',
+                  tc.frames);
+    return out;
+}
+
+}  // namespace
+
+TEST(TimecodeText, EveryFlagCombination) {
+    // Index = flags. Leading zero fields are left out unless their bit asks for them; once one field is
+    // printed, the rest follow with two digits; frames alone need bit 8.
+    const char* minute[4] = {"1:02.01", "00:01:02.01", "01:02.01", "00:01:02.01"};  // by bits 1 and 2
+    const char* seconds[8] = {"3.01",  "00:00:03.01", "00:03.01", "00:00:03.01",
+                              "03.01", "00:00:03.01", "00:03.01", "00:00:03.01"};  // by bits 1, 2 and 4
+    const char* frames[16] = {"",         "00:00:00.01", "00:00.01", "00:00:00.01", "00.01",    "00:00:00.01",
+                              "00:00.01", "00:00:00.01", ".01",      "00:00:00.01", "00:00.01", "00:00:00.01",
+                              "00.01",    "00:00:00.01", "00:00.01", "00:00:00.01"};
+    for (int flags = 0; flags < 16; ++flags) {
+        EXPECT_EQ(text(62.04, FR25, false, flags), minute[flags & 3]) << flags;
+        EXPECT_EQ(text(3.04, FR25, false, flags), seconds[flags & 7]) << flags;
+        EXPECT_EQ(text(0.04, FR25, false, flags), frames[flags]) << flags;
+    }
+    EXPECT_EQ(text(3723.5, FR25), "01:02:03.12");
+    EXPECT_EQ(text(3723.5, FR25, false, 0), "1:02:03.12");
+    EXPECT_EQ(text(36000, FR25, false, 0), "10:00:00.00");
+    EXPECT_EQ(text(600, FR25, false, 0), "10:00.00");
+    EXPECT_EQ(text(60.5, FR30M, true, 0), "1:00;15");
+    EXPECT_EQ(text(1.5, FR30M), "00:00:01.14");  // non-drop 29.97: 44.955 frames
+
+    char buffer[13] = "untouched";
+    EXPECT_EQ(stdoutOf([&] { EXPECT_FALSE(tc_to_string(1.0, buffer, kTcFull, FRInvalid, false)); }),
+              "assertion failed tcRate != Qv::FRInvalid at ole/misc/tccvt line 23\n");
+    stdoutOf([&] { EXPECT_FALSE(tc_to_string(1.0, buffer, kTcFull, FR48D2, false)); });  // no ticks
+    EXPECT_STREQ(buffer, "untouched");
+}
+
+TEST(TimecodeText, DropFrameBoundaries) {
+    const std::pair<int, const char*> cases[] = {
+        // frames counted from 0
+        {1799, "00:00:59;29"},   {1800, "00:01:00;02"},   {1827, "00:01:00;29"},   {1828, "00:01:01;00"},
+        {3598, "00:02:00;02"},   {17981, "00:09:59;29"},  {17982, "00:10:00;00"},  {19782, "00:11:00;02"},
+        {107891, "00:59:59;29"}, {107892, "01:00:00;00"}, {109692, "01:01:00;02"}, {2589407, "23:59:59;29"}};
+    for (const auto& [frame, label] : cases) {
+        EXPECT_EQ(text(frame / kNtsc, FR30M, true), label);
+        EXPECT_NEAR(string_to_tc(label, FR30M, true) * kNtsc, frame, 1e-6) << label;
+        EXPECT_EQ(record(frame + 1, 30, 1), label);
+    }
+    // Labels that do not exist are not refused: they run into the minute before.
+    EXPECT_NEAR(string_to_tc("00:01:00;00", FR30M, true) * kNtsc, 1798, 1e-6);
+    const tc_addr missing{0, 1, 0, 1, 1};
+    EXPECT_EQ(tc_to_frames(&missing, 30, 1), 1800);
+    // Drop frame is the 29.97 scheme whatever the rate says.
+    EXPECT_EQ(text(60.0, FR30, true), "00:01:00;02");
+}
+
+TEST(TimecodeText, NegativeTimesAndTheDayEnd) {
+    EXPECT_EQ(text(-62.0, FR25), "-00:01:02.00");
+    EXPECT_EQ(text(-62.0, FR25, false, 0), "-1:02.00");
+    EXPECT_EQ(text(-0.04, FR25, false, 0), "-");
+    EXPECT_EQ(text(-1800 / kNtsc, FR30M, true), "-00:01:00;02");
+    EXPECT_DOUBLE_EQ(string_to_tc("-00:01:02.05", FR25, false), -62.2);
+    // The negative form is always read without dropped labels, and says so on the debug output.
+    testing::internal::CaptureStderr();
+    EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("string_to_tc: error negative timecode\n"),
+              std::string::npos);
+
+    // Non-drop text wraps only past a day; drop-frame text does not wrap.
+    EXPECT_EQ(text(86400.0, FR25), "24:00:00.00");
+    EXPECT_EQ(text(86400.04, FR25), "00:00:00.01");
+    EXPECT_EQ(text(DropFrame::kFramesPerDay / kNtsc, FR30M, true), "24:00:00;00");
+    EXPECT_EQ(text((DropFrame::kFramesPerDay + DropFrame::kFramesPerHour) / kNtsc, FR30M, true),
+              "25:00:00;00");
+}
+
+TEST(TimecodeText, ParsingIsLoose) {
+    for (const char* same : {"01:00:00:00", "01:00:00;00", "01:00:00x00", " 01:00:00 00", "+1: 0: 0. 0"})
+        EXPECT_DOUBLE_EQ(string_to_tc(same, FR25, false), 3600.0) << same;
+    EXPECT_DOUBLE_EQ(string_to_tc("00:00:01.30", FR25, false), 2.2);  // fields are not range-checked
+    for (const char* bad : {"", "abc", "01:00:00", "01:00:00.", "01-00-00.00", "01:00:00.x", "-"})
+        EXPECT_EQ(string_to_tc(bad, FR25, false), 0.0) << bad;
+    EXPECT_EQ(string_to_tc(nullptr, FR25, false), 0.0);
+    EXPECT_NEAR(string_to_tc("00:10:00;00", TCInf{FR30M, true}) * kNtsc, 17982, 1e-6);
+    stdoutOf([] { EXPECT_EQ(string_to_tc("00:00:10.00", FR24F, false), 0.0); });    // no true rate
+    string_to_tc("99999999999:99999999999:99999999999.99999999999", FR240, false);  // must not overflow
+
+    EXPECT_TRUE(isTimecodeStringDropFrame("01:00:00;00"));
+    EXPECT_TRUE(isTimecodeStringDropFrame("  01:00:00,00"));
+    EXPECT_FALSE(isTimecodeStringDropFrame("01:00:00.00"));
+    EXPECT_FALSE(isTimecodeStringDropFrame("1:00:00;00"));  // the ninth character is a digit
+    EXPECT_FALSE(isTimecodeStringDropFrame("     0;00"));   // long enough, but short after the blanks
+    EXPECT_FALSE(isTimecodeStringDropFrame(nullptr));
+}
+
+TEST(TimecodeRecord, WrapClampAndRoundTrip) {
+    EXPECT_EQ(record(0, 25, 0), "23:59:59:24");               // the day before
+    EXPECT_EQ(record(25 * 86400 + 1, 25, 0), "23:59:59:24");  // clamped
+    EXPECT_EQ(record(0, 30, 1), "23:59:59;29");               // one past the day's end, then clamped
+    EXPECT_EQ(record(-1798, 30, 1), "23:59:00;02");
+    EXPECT_EQ(record(DropFrame::kFramesPerDay + 1, 30, 1), "23:59:59;29");
+    tc_addr tc{1, 2, 3, 4, 1};
+    frames_to_tc(1234, &tc, 0, 1);
+    EXPECT_TRUE(tcode_compare(tc, tc_addr{0, 0, 0, 0, 0}));
+    const tc_addr hour{1, 0, 0, 0, 0};
+    EXPECT_EQ(tc_to_frames(&hour, 24, 0), 86401);
+    EXPECT_EQ(tc_to_frames(&hour, 24, 1), 107893);  // drop frame ignores the rate
+
+    // Equality of all five fields, the drop flag included.
+    const tc_addr a{1, 2, 3, 4, 0};
+    for (tc_addr b : {tc_addr{9, 2, 3, 4, 0}, tc_addr{1, 9, 3, 4, 0}, tc_addr{1, 2, 9, 4, 0},
+                      tc_addr{1, 2, 3, 9, 0}, tc_addr{1, 2, 3, 4, 1}})
+        EXPECT_FALSE(tcode_compare(a, b) || tcode_compare(b, a));
+    EXPECT_TRUE(tcode_compare(a, tc_addr{1, 2, 3, 4, 0}));
+}
+
+TEST(TimecodeSeconds, FrameCountsRoundTrip) {
+    EXPECT_EQ(frames_to_tc(-1, FR25, 0, 0), 1e99);  // the unset time
+    EXPECT_EQ(tc_to_frames(-1e99, FR25, 1, 0), -1);
+    EXPECT_DOUBLE_EQ(frames_to_tc(-25, FR25, 0, 0), -(25 + 0.001) / 25 + 1e-6);
+    EXPECT_DOUBLE_EQ(frames_to_tc(4, FR30, 1, 0), (5 + 0.001) / 30 + 1e-6);
+    for (FrameRate rate : {FR24M, FR25, FR30M, FR12_5, FR240M})
+        for (int n = -3000; n <= 3000; ++n)
+            ASSERT_EQ(tc_to_frames(frames_to_tc(n, rate, 0, 0), rate, 0, 0), n) << rate;  // -1 (unset) too
+    for (FrameRate rate : {FR30M, FR25})
+        for (int phase = 0; phase < pd_film_cycle(rate); ++phase)
+            for (int n = 0; n <= 3000; ++n)
+                ASSERT_EQ(tc_to_frames(frames_to_tc(n, rate, 1, phase), rate, 1, phase), n) << rate << phase;
+}
+
+TEST(TimecodeSeconds, WallClockTextIsTheCLibraryForm) {
+    const char* oldTz = std::getenv("TZ");
+    const std::string saved = oldTz ? oldTz : "";
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_TRUE(timeAsString(0, true) == L"Thu Jan  1 00:00:00 1970\n");
+    EXPECT_TRUE(timeAsString(1700000000u, false) == L"Tue Nov 14 22:13");
+    for (unsigned t : {86399u, 951782400u, 4294967295u}) {
+        const std::time_t tt = t;
+        const std::string expected = std::asctime(std::localtime(&tt));
+        EXPECT_TRUE(timeAsString(t, true) == Qv::widen(expected.c_str()));
+    }
+    oldTz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
+    tzset();
+}
