@@ -9,6 +9,7 @@
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Vector.h>
 #include <ole/Qv/DLList.h>
+#include <ole/Qv/XY.h>
 
 // Platform layer and runtime
 #include <platform/OS.h>
@@ -21,27 +22,34 @@
 #include <platform/RegistryConfig.h>
 #include <platform/Paths.h>
 
-// Families
-#include <ole/misc/TextFile.h>
-#include <ole/Qv/XY.h>
-#include <ole/misc/Dirtiable.h>
-#include <ole/misc/strp_field.h>
-#include <ole/misc/configb.h>
+// Notification
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
-#include <ole/misc/Cookie.h>
-#include <ole/misc/CookieJar.h>
+
+// Persistence and text files
+#include <ole/misc/TextFile.h>
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
 #include <ole/misc/strmable.h>
+
+// Identity
+#include <ole/misc/Cookie.h>
+#include <ole/misc/CookieJar.h>
+#include <ole/misc/Array.h>
+#include <ole/misc/CookieSet.h>
+#include <ole/misc/IdStamp.h>
+
+// Configuration
+#include <ole/misc/Dirtiable.h>
+#include <ole/misc/strp_field.h>
+#include <ole/misc/configb.h>
+#include <ole/misc/EditorPreferences.h>
+
+// Video time and formats
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
 #include <ole/misc/tccvt.h>
 #include <ole/misc/time_def.h>
 #include <ole/misc/outputformat.h>
-#include <ole/misc/EditorPreferences.h>
-#include <ole/misc/IdStamp.h>
-#include <ole/misc/Array.h>
-#include <ole/misc/CookieSet.h>

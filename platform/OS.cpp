@@ -2,6 +2,7 @@
 
 #include "PlatformInternal.h"
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <cwchar>
 #include <fcntl.h>
 #include <libgen.h>
+#include <string>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -139,23 +141,54 @@ bool FileSystem::rename(const wchar_t* from, const wchar_t* to) const {
     return from && to && ::rename(platform::narrow(from).c_str(), platform::narrow(to).c_str()) == 0;
 }
 
+namespace {
+
+std::string directoryPart(const std::string& path) {
+    std::string copy = path;
+    return ::dirname(copy.data());
+}
+
+// Gives the written file `fd` a fresh name beside `target` and returns it ("" on failure). An unnamed
+// file (O_TMPFILE) is linked through /proc; a named temporary file already has its name.
+std::string nameFor(int fd, const std::string& target, const std::string& existingName) {
+    if (!existingName.empty()) return existingName;
+    static std::atomic<unsigned> serial{0};
+    const std::string procPath = "/proc/self/fd/" + std::to_string(fd);
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const std::string name = target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(serial++);
+        if (::linkat(AT_FDCWD, procPath.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) return name;
+        if (errno != EEXIST) break;
+    }
+    return std::string();
+}
+
+}  // namespace
+
 bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
     if (!path || !*path) return false;
     const std::string target = platform::narrow(path);
-    std::string temp = target + ".XXXXXX";
-    const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
-    if (fd < 0) return false;
-    ::fchmod(fd, 0644);
+    const std::string dir = directoryPart(target);
+    // The data goes to an unnamed file in the target's directory, so a crash while writing leaves nothing
+    // behind; where the file system cannot make one, to a named temporary file instead.
+    std::string tempName;
+    int fd = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        tempName = target + ".XXXXXX";
+        fd = ::mkostemp(tempName.data(), O_CLOEXEC);
+        if (fd < 0) return false;
+        ::fchmod(fd, 0644);
+    }
     OSFile file(fd);
-    const bool written = file.write(data, bytes) && file.sync();
+    bool done = file.write(data, bytes) && file.sync();
+    const std::string written = done ? nameFor(fd, target, tempName) : tempName;
     file.close();
-    if (!written || ::rename(temp.c_str(), target.c_str()) != 0) {
-        ::unlink(temp.c_str());
+    done = done && !written.empty() && ::rename(written.c_str(), target.c_str()) == 0;
+    if (!done) {
+        if (!written.empty()) ::unlink(written.c_str());
         return false;
     }
     // Make the rename itself durable.
-    std::string dir = target;
-    const int dirFd = ::open(::dirname(dir.data()), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dirFd >= 0) {
         ::fsync(dirFd);
         ::close(dirFd);

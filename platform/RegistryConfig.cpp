@@ -4,7 +4,9 @@
 #include <platform/Paths.h>
 #include <platform/Strings.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 namespace {
@@ -97,14 +99,16 @@ Text RegistryConfig::getValue(const Text& section, const Text& name, const Text&
     return value ? *value : defaultValue;
 }
 
-// Parses a whole number; text with anything else in it is not a number.
+// Parses a whole number that fits `Number`; text with anything else in it is not a number.
 template <class Number>
 static bool parseInteger(const Text& text, Number& out) {
     const std::string s = Qv::trim(text).c_str();
     if (s.empty()) return false;
     char* end = nullptr;
+    errno = 0;
     const long long v = std::strtoll(s.c_str(), &end, 10);
-    if (*end) return false;
+    if (*end || errno == ERANGE) return false;
+    if (v < std::numeric_limits<Number>::min() || v > std::numeric_limits<Number>::max()) return false;
     out = Number(v);
     return true;
 }
@@ -151,6 +155,14 @@ bool RegistryConfig::setValue(const Text& section, const Text& name, const Text&
     std::lock_guard<std::mutex> lock(mutex_);
     loadLocked();
     sections_[section][name] = value;
+    return saveLocked();
+}
+
+bool RegistryConfig::setValues(const Text& section, const std::vector<std::pair<Text, Text>>& values) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    loadLocked();
+    Section& target = sections_[section];
+    for (const auto& [name, value] : values) target[name] = value;
     return saveLocked();
 }
 

@@ -49,6 +49,8 @@ public:
     bool setValue(const Text& section, const Text& name, int value);
     bool setValue(const Text& section, const Text& name, bool value);
     bool setValue(const Text& section, const Text& name, double value);
+    // Stores several values of one section and saves the file once.
+    bool setValues(const Text& section, const std::vector<std::pair<Text, Text>>& values);
     // Removes the value (true when there was one) and saves the file.
     bool removeValue(const Text& section, const Text& name);
     // Every (name, value) of a section, in name order.

@@ -21,7 +21,7 @@ UUID::UUID(const wchar_t* text) noexcept : bytes_{} {
     if (!text) return;
     char narrow[kTextLength + 1];
     for (int i = 0; i < kTextLength; ++i) {
-        if (!text[i] || text[i] > 0x7F) return;
+        if (!text[i] || uint32_t(text[i]) > 0x7F) return;  // wchar_t is signed: compare unsigned
         narrow[i] = char(text[i]);
     }
     narrow[kTextLength] = '\0';

@@ -49,7 +49,7 @@ TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
     ASSERT_TRUE(oletest::writeFile(path,
                                    "{\n"
                                    "  Width:int   720  \n"
-                                   "\tTitle   Evening news, part 2  \r\n"
+                                   "\tTitle   Evening news, late edition  \r\n"
                                    "# a comment\n"
                                    "   # an indented comment\n"
                                    "\n"
@@ -66,7 +66,7 @@ TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
         {"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}},
         {"Name", {"x", ""}},
         {"Ratio", {"double", "1.5"}},
-        {"Title", {"", "Evening news, part 2"}},
+        {"Title", {"", "Evening news, late edition"}},
         {"Url", {"", "http://host:80/path"}},
         {"Width", {"int", "720"}},
     };

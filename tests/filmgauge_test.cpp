@@ -22,6 +22,7 @@ TEST(FilmGauge, CodesAndPerforations) {
     const char* codes[] = {"F16", "F35", "F16R", "F353", "INVALID"};
     for (int g = 0; g <= FILM_INVALID; ++g) EXPECT_EQ(edlstr_to_film_gauge(codes[g]), g);
     EXPECT_STREQ(film_gauge_to_str(FILM_35MM_3PERF), "35mm 3-perf");
+    EXPECT_STREQ(film_gauge_to_edlstr(film_gauge(9)), "INVALID");
     EXPECT_EQ(edlstr_to_film_gauge("f35"), FILM_35MM);  // case-insensitive, but whole
     EXPECT_EQ(edlstr_to_film_gauge("F353 "), FILM_INVALID);
     EXPECT_EQ(edlstr_to_film_gauge(nullptr), FILM_INVALID);

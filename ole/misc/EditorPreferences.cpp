@@ -190,7 +190,8 @@ bool EditorPreferences::exportTo(const LightweightString<wchar_t>& path) const {
 int EditorPreferences::importLines(const Vector<Text>& lines, unsigned from) {
     const int heading = findPrefsFileSection(lines, from);
     if (heading < 0) return -1;
-    int count = 0;
+    std::vector<std::pair<Text, Text>> pairs;
+    std::vector<Text> changed;
     const unsigned end = sectionEnd(lines, unsigned(heading));
     for (unsigned i = unsigned(heading) + 1; i < end; ++i) {
         const Text& line = lines[i];
@@ -199,12 +200,13 @@ int EditorPreferences::importLines(const Vector<Text>& lines, unsigned from) {
         if (first == '#' || first == ';' || eq == Text::npos || eq == 0) continue;
         const Text name = line.substr(0, eq);
         const Text value = unescape(line.c_str() + eq + 1, line.c_str() + line.size());
-        const bool changed = !hasPreference(name) || getPreference(name, Text()) != value;
-        setPreference(name, value);
-        if (changed) notifyChange(name);
-        ++count;
+        if (!hasPreference(name) || getPreference(name, Text()) != value) changed.push_back(name);
+        pairs.emplace_back(name, value);
     }
-    return count;
+    // One write of the store for the whole section, then the announcements.
+    if (!pairs.empty()) UserConfig().setValues(section(), pairs);
+    for (const Text& name : changed) notifyChange(name);
+    return int(pairs.size());
 }
 
 int EditorPreferences::importFrom(const Vector<Text>& lines) {

@@ -1,5 +1,6 @@
 #include <ole/misc/Notifier.h>
 
+#include <ole/misc/Cookie.h>
 #include <platform/Log.h>
 
 #include <cctype>
@@ -317,6 +318,7 @@ template struct NotifierEvent<float>;
 template struct NotifierEvent<double>;
 template struct NotifierEvent<LightweightString<char>>;
 template struct NotifierEvent<LightweightString<wchar_t>>;
+template struct NotifierEvent<Cookie>;
 template class NotifierEx<bool>;
 template class NotifierEx<int>;
 template class NotifierEx<unsigned int>;
@@ -326,3 +328,4 @@ template class NotifierEx<float>;
 template class NotifierEx<double>;
 template class NotifierEx<LightweightString<char>>;
 template class NotifierEx<LightweightString<wchar_t>>;
+template class NotifierEx<Cookie>;

@@ -12,6 +12,28 @@ static bool isOneOf(FrameRate rate, std::initializer_list<FrameRate> set) {
     return std::find(set.begin(), set.end(), rate) != set.end();
 }
 
+// First and last value of each group, indexed by the group.
+// clang-format off
+static constexpr std::pair<FrameRate, FrameRate> kGroupExtents[] = {
+    {FRInvalid, FRInvalid},  // there is no group 0
+    {FR24,      FR60M},      // Normal
+    {FR24D2,    FR60MD3},    // Decimated
+    {FR24D2,    FR60MD2},    // DecimatedBy2
+    {FR24D3,    FR60MD3},    // DecimatedBy3
+    {FR24F,     FR48F},      // Film
+    {FR12,      FR240M},     // LowAndHigh
+};
+// clang-format on
+
+static bool isKnownGroup(FrameRateGroup group) {
+    return group >= FrameRateGroups::Normal && group <= FrameRateGroups::LowAndHigh;
+}
+
+// Membership of a known group, without the check for unknown groups.
+static bool within(FrameRate rate, FrameRateGroup group) {
+    return kGroupExtents[group].first <= rate && rate <= kGroupExtents[group].second;
+}
+
 unsigned char getTicksPerSecond(FrameRate rate) {
     const FrameRateTable::Row* row = FrameRateTable::find(rate);
     const bool rateIsValid = row && row->ticks != 0;
@@ -30,9 +52,9 @@ double getFramesPerSecond(FrameRate rate) {
     double fps = getTicksPerSecond(getNonDecimatedFrameRate(rate));
     // Only the rate itself decides the 1.001 factor, so 60MD2 is exactly 30 and not 29.97.
     if (has1001Factor(rate)) fps /= 1.001;
-    if (isInFrameRateGroup(rate, FrameRateGroups::DecimatedBy2))
+    if (within(rate, FrameRateGroups::DecimatedBy2))
         fps *= 0.5;
-    else if (isInFrameRateGroup(rate, FrameRateGroups::DecimatedBy3))
+    else if (within(rate, FrameRateGroups::DecimatedBy3))
         fps /= 3.0;
     return fps;
 }
@@ -46,13 +68,25 @@ double getFrameDuration(FrameRate rate) {
 }
 
 FrameRate getNonDecimatedFrameRate(FrameRate rate) {
-    if (isInFrameRateGroup(rate, FrameRateGroups::DecimatedBy2)) return FrameRate(rate - 10);
-    if (isInFrameRateGroup(rate, FrameRateGroups::DecimatedBy3)) return FrameRate(rate - 20);
+    if (within(rate, FrameRateGroups::DecimatedBy2)) return FrameRate(rate - 10);
+    if (within(rate, FrameRateGroups::DecimatedBy3)) return FrameRate(rate - 20);
     return rate;
 }
 
 bool has1001Factor(FrameRate rate) {
-    return isOneOf(rate, {FR24M, FR30M, FR48M, FR60M, FR12M, FR15M, FR120M, FR240M});
+    switch (rate) {
+        case FR24M:
+        case FR30M:
+        case FR48M:
+        case FR60M:
+        case FR12M:
+        case FR15M:
+        case FR120M:
+        case FR240M:
+            return true;
+        default:
+            return false;
+    }
 }
 
 bool canUseDropFrameTimeCode(FrameRate rate) {
@@ -86,16 +120,7 @@ FrameRate getEquivalentProjectFrameRate(FrameRate rate) {
 }
 
 std::pair<FrameRate, FrameRate> getFrameRateGroupExtents(FrameRateGroup group) {
-    // clang-format off
-    switch (group) {
-        case FrameRateGroups::Normal:       return {FR24,   FR60M};
-        case FrameRateGroups::Decimated:    return {FR24D2, FR60MD3};
-        case FrameRateGroups::DecimatedBy2: return {FR24D2, FR60MD2};
-        case FrameRateGroups::DecimatedBy3: return {FR24D3, FR60MD3};
-        case FrameRateGroups::Film:         return {FR24F,  FR48F};
-        case FrameRateGroups::LowAndHigh:   return {FR12,   FR240M};
-    }
-    // clang-format on
+    if (isKnownGroup(group)) return kGroupExtents[group];
     assertionFailed("group == FrameRateGroups::Normal", "ole/misc/ProjectRate", 535);
     return {FRInvalid, FRInvalid};
 }

@@ -1,6 +1,7 @@
 #include <ole/misc/ValServer.h>
 
 #include <ole/Qv/LightweightString.h>
+#include <ole/misc/Cookie.h>
 #include <platform/Log.h>
 
 // Start-up constants: the value messages are interned when the library loads, in this order.
@@ -51,6 +52,7 @@ void ValClientBase::deleteReceivers() {
 template class ValServer<int>;
 template class ValServer<unsigned int>;
 template class ValServer<LightweightString<wchar_t>>;
+template class ValServer<Cookie>;
 
 template class ValClient<bool>;
 template class ValClient<int>;

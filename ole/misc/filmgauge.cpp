@@ -35,12 +35,17 @@ film_gauge int_to_film_gauge(int mm) {
     return FILM_INVALID;
 }
 
+// Values outside the enumeration read as FILM_INVALID rather than past the tables.
+static int tableIndex(film_gauge g) {
+    return g >= FILM_16MM && g <= FILM_INVALID ? g : FILM_INVALID;
+}
+
 const char* film_gauge_to_str(film_gauge g) {
-    return kGaugeNames[g];
+    return kGaugeNames[tableIndex(g)];
 }
 
 const char* film_gauge_to_edlstr(film_gauge g) {
-    return kGaugeEdlCodes[g];
+    return kGaugeEdlCodes[tableIndex(g)];
 }
 
 film_gauge edlstr_to_film_gauge(const char* code) {

@@ -8,8 +8,8 @@
 // owns the constant effect cookies (black, dissolves, 50% mix), built at library load.
 //
 // Everything is pure and thread-safe except frames_to_feet, which returns one process-wide static buffer
-// overwritten by each call. Bad input gives the invalid value (film_gauge 4, FRInvalid, -1), never a crash;
-// gauge values outside 0..4 must not be passed to the two string look-ups.
+// overwritten by each call. Bad input gives the invalid value (FILM_INVALID, FRInvalid, -1), never a crash;
+// gauge values outside the enumeration count as FILM_INVALID.
 
 #include <ole/export.h>
 #include <ole/misc/Cookie.h>
