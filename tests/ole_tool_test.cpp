@@ -248,7 +248,9 @@ Result ole(const std::vector<std::string>& args, const std::string& home) {
     return r;
 }
 
-Result ole(const std::vector<std::string>& args) { return ole(args, oletest::makeTempDir("home")); }
+Result ole(const std::vector<std::string>& args) {
+    return ole(args, oletest::makeTempDir("home"));
+}
 
 class OleTool : public testing::Test {
 protected:
@@ -269,7 +271,8 @@ TEST_F(OleTool, TimecodeConvertsEveryWayAndAgrees) {
 
     // Drop frame: the first frame of minute 1 is ;02, minute 10 keeps ;00, and the label may come from the
     // separator alone.
-    EXPECT_EQ(ole({"timecode", "-r", "30M", "--drop", "--frames", "1800", "--to", "timecode"}).out, "00:01:00;02\n");
+    EXPECT_EQ(ole({"timecode", "-r", "30M", "--drop", "--frames", "1800", "--to", "timecode"}).out,
+              "00:01:00;02\n");
     EXPECT_EQ(ole({"timecode", "-r", "30M", "--tc", "00:10:00;00", "--to", "frames"}).out, "17982\n");
     EXPECT_EQ(ole({"timecode", "-r", "29.97 fps", "--tc", "01:00:00;00", "--to", "frames"}).out, "107892\n");
     EXPECT_EQ(ole({"timecode", "-r", "30M", "--tc", "00:01:00;02", "--to", "seconds"}).out, "60.06\n");
@@ -300,7 +303,8 @@ TEST_F(OleTool, TimecodeConvertsEveryWayAndAgrees) {
     // The formatting flags, by number or by name; frames alone need the frames flag.
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "0", "--to", "timecode"}).out, "1:02.00\n");
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "0.04", "--flags", "0", "--to", "timecode"}).out, "\n");
-    EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "0.04", "--flags", "frames", "--to", "timecode"}).out, ".01\n");
+    EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "0.04", "--flags", "frames", "--to", "timecode"}).out,
+              ".01\n");
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "hours+seconds", "--to", "timecode"}).out,
               "00:01:02.00\n");
 }
@@ -327,13 +331,15 @@ TEST_F(OleTool, TimecodeRefusesBadInputWithOneLine) {
     ole({"timecode", "-r", "25", "-t", "00:00:01;00"}).expectRefused("29.97");
     ole({"timecode", "-r", "30M", "--drop", "-s", "-1"}).expectRefused("no negative times");
     ole({"timecode", "-r", "24", "-f", "1", "--pulldown"}).expectRefused("takes no pulldown");
-    ole({"timecode", "-r", "30", "-f", "1", "--pulldown", "--phase", "4"}).expectRefused("out of range (0 to 3)");
+    ole({"timecode", "-r", "30", "-f", "1", "--pulldown", "--phase", "4"})
+        .expectRefused("out of range (0 to 3)");
     ole({"timecode", "-r", "25", "-s", "1x"}).expectRefused("'1x' is not a number");
     ole({"timecode", "-r", "25", "-s", "nan"}).expectRefused("is not a number");
     ole({"timecode", "-r", "25", "-s", "90000"}).expectRefused("24 hours");
     ole({"timecode", "-r", "25", "-f", "-1"}).expectRefused("unset time");
     ole({"timecode", "-r", "24F", "-f", "1"}).expectRefused("film rate");
     ole({"timecode", "-r", "24D2", "-t", "00:00:01.00"}).expectRefused("no timecode");
+    ole({"timecode", "-r", "120", "-t", "00:00:01.00"}).expectRefused("pass two digits");
     ole({"timecode", "-r", "25", "-s", "1", "--flags", "16"}).expectRefused("--flags");
 
     // Usage errors are status 2.
@@ -357,7 +363,8 @@ TEST_F(OleTool, FootageForEveryGaugeAndBack) {
     EXPECT_EQ(footage["F16"], "0.17");
     EXPECT_EQ(footage["F353"], "0.17");
     EXPECT_EQ(ole({"footage", "-g", "35mm", "-f", "-17", "--json"}).json()["footage"].text, "-1.01");
-    EXPECT_EQ(ole({"footage", "-g", "16", "-f", "485", "--zero-pad", "--json"}).json()["footage"].text, "0012.05");
+    EXPECT_EQ(ole({"footage", "-g", "16", "-f", "485", "--zero-pad", "--json"}).json()["footage"].text,
+              "0012.05");
 
     // 3-perf feet hold 21 or 22 frames; footage text reads back to the same frame count.
     for (int frames : {20, 21, 22, 43, 64, 1000}) {
@@ -384,9 +391,11 @@ TEST_F(OleTool, PulldownRemoveUndoesAdd) {
         for (int phase : {0, thirty ? 3 : 23}) {
             for (int n : {0, 1, 3, 4, 5, 47, 1000}) {
                 const std::string p = std::to_string(phase);
-                const Json added = ole({"pulldown", "add", std::to_string(n), "-r", rate, "--phase", p, "--json"}).json();
+                const Json added =
+                    ole({"pulldown", "add", std::to_string(n), "-r", rate, "--phase", p, "--json"}).json();
                 const std::string video = std::to_string(int(added["video_frames"].number));
-                const Json removed = ole({"pulldown", "remove", video, "-r", rate, "--phase", p, "--json"}).json();
+                const Json removed =
+                    ole({"pulldown", "remove", video, "-r", rate, "--phase", p, "--json"}).json();
                 EXPECT_EQ(removed["film_frames"].number, n) << rate << " phase " << phase;
             }
         }
@@ -430,7 +439,8 @@ TEST_F(OleTool, RateAndFormatTables) {
         EXPECT_EQ(f["interlaced"].boolean, std::string(index) != "31");
     }
     std::vector<double> pal;
-    for (const Json& f : ole({"formats", "--project-rate", "25", "--json"}).json().items) pal.push_back(f["index"].number);
+    for (const Json& f : ole({"formats", "--project-rate", "25", "--json"}).json().items)
+        pal.push_back(f["index"].number);
     EXPECT_EQ(pal, (std::vector<double>{0, 1, 6, 12, 17, 29}));
     ole({"formats", "32"}).expectRefused("out of range (0 to 31)");
     ole({"formats", "4|0|1|1920|1080|8|2|3|25fps|28x"}).expectRefused("not an output format string");
@@ -456,7 +466,8 @@ TEST_F(OleTool, NewCookiesComeFromTheUsersCounter) {
     EXPECT_EQ(shown["serial_base36"].text, "0004");
     // The same machine made both.
     const std::string firstCookie = first.out.substr(0, 8);
-    EXPECT_EQ(ole({"cookie", "show", firstCookie, "--json"}, home).json()["machine"].number, shown["machine"].number);
+    EXPECT_EQ(ole({"cookie", "show", firstCookie, "--json"}, home).json()["machine"].number,
+              shown["machine"].number);
     EXPECT_EQ(ole({"cookie", "check", firstCookie, text}, home).status, 0);
 
     // UUID cookies leave the counter alone; a type-S cookie carries its default version 1.
@@ -491,10 +502,12 @@ TEST_F(OleTool, CookieShowAndCheck) {
     const Result check = ole({"cookie", "check", "P00B002S", "p00B002S"});
     EXPECT_EQ(check.status, 1);
     EXPECT_EQ(check.out, "P00B002S: well-formed\n");
-    EXPECT_EQ(check.err, "ole: 'p00B002S' is not a well-formed cookie text (the editor reads it as P00B002S)\n");
+    EXPECT_EQ(check.err,
+              "ole: 'p00B002S' is not a well-formed cookie text (the editor reads it as P00B002S)\n");
     // Position 19 of the UUID form is not looked at by the check.
     EXPECT_EQ(ole({"cookie", "check", "P00-E9D99A1F-73D2-4XD3-B417-825F6B9CF8AF"}).status, 0);
-    const Json checked = ole({"cookie", "check", "G00-E9D99A1F-73D2-43D3-B417-825F6B9CF8AF", "--json"}).json();
+    const Json checked =
+        ole({"cookie", "check", "G00-E9D99A1F-73D2-43D3-B417-825F6B9CF8AF", "--json"}).json();
     EXPECT_TRUE(checked[0]["well_formed"].boolean);
 
     ole({"cookie", "show", "INVALID"}).expectRefused("8 or 40 characters");
@@ -526,9 +539,10 @@ TEST_F(OleTool, IdStamps) {
 TEST_F(OleTool, ConfigEditsKeepTheFilesForm) {
     const std::string dir = oletest::makeTempDir("config");
     const std::string path = dir + "/project.cfg";
-    ASSERT_TRUE(oletest::writeFile(path,
-                                   "{\r\n  # picture\r\n    Height:int   576  \r\n  Title Evening news: late\r\n\r\n"
-                                   "  Scale:double 1.50000000\r\n}\r\n"));
+    ASSERT_TRUE(
+        oletest::writeFile(path,
+                           "{\r\n  # picture\r\n    Height:int   576  \r\n  Title Evening news: late\r\n\r\n"
+                           "  Scale:double 1.50000000\r\n}\r\n"));
     const Json shown = ole({"config", "show", path, "--json"}).json();
     ASSERT_EQ(shown["entries"].items.size(), 3u);
     EXPECT_EQ(shown["entries"][1]["value"].text, "Evening news: late");
@@ -584,7 +598,8 @@ TEST_F(OleTool, ConfigNeverChangesAFileItCannotFullyRead) {
     };
     for (const auto& c : cases) {
         const std::string path = dir + "/bad.cfg";
-        const std::string content(c.content, std::strlen(c.content) + (std::strstr(c.complaint, "text file") ? 2 : 0));
+        const std::string content(c.content,
+                                  std::strlen(c.content) + (std::strstr(c.complaint, "text file") ? 2 : 0));
         ASSERT_TRUE(oletest::writeFile(path, content));
         ole({"config", "set", path, "B", "3"}).expectRefused(c.complaint);
         ole({"config", "remove", path, "A"}).expectRefused(c.complaint);
@@ -676,11 +691,13 @@ TEST_F(OleTool, HelpOnEveryCommand) {
     EXPECT_EQ(top.status, 0);
     EXPECT_NE(top.out.find("Exit status: 0 success; 1 bad input"), std::string::npos);
     const std::vector<std::vector<std::string>> commands = {
-        {"timecode"}, {"footage"}, {"pulldown"}, {"pulldown", "add"}, {"pulldown", "remove"}, {"rates"},
-        {"formats"}, {"cookie"}, {"cookie", "new"}, {"cookie", "show"}, {"cookie", "check"}, {"idstamp"},
-        {"idstamp", "new"}, {"idstamp", "show"}, {"config"}, {"config", "show"}, {"config", "get"},
-        {"config", "set"}, {"config", "remove"}, {"prefs"}, {"prefs", "get"}, {"prefs", "set"},
-        {"prefs", "remove"}, {"prefs", "list"}, {"prefs", "export"}, {"prefs", "import"}};
+        {"timecode"},           {"footage"},         {"pulldown"},         {"pulldown", "add"},
+        {"pulldown", "remove"}, {"rates"},           {"formats"},          {"cookie"},
+        {"cookie", "new"},      {"cookie", "show"},  {"cookie", "check"},  {"idstamp"},
+        {"idstamp", "new"},     {"idstamp", "show"}, {"config"},           {"config", "show"},
+        {"config", "get"},      {"config", "set"},   {"config", "remove"}, {"prefs"},
+        {"prefs", "get"},       {"prefs", "set"},    {"prefs", "remove"},  {"prefs", "list"},
+        {"prefs", "export"},    {"prefs", "import"}};
     for (auto args : commands) {
         const std::string name = args.back();
         EXPECT_NE(top.out.find(args.front()), std::string::npos) << args.front();

@@ -19,15 +19,16 @@ long long parseInteger(const std::string& text, const char* what, long long lo, 
     errno = 0;
     const long long n = std::strtoll(text.c_str(), nullptr, 10);
     if (errno == ERANGE || n < lo || n > hi)
-        throw InputError(std::string(what) + ": " + text + " is out of range (" + std::to_string(lo) + " to " +
-                         std::to_string(hi) + ")");
+        throw InputError(std::string(what) + ": " + text + " is out of range (" + std::to_string(lo) +
+                         " to " + std::to_string(hi) + ")");
     return n;
 }
 
 double parseReal(const std::string& text, const char* what) {
     // strtod alone would also take blanks, hexadecimal, "inf" and "nan".
     bool shape = !text.empty();
-    for (char c : text) shape = shape && ((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E');
+    for (char c : text)
+        shape = shape && ((c >= '0' && c <= '9') || c == '.' || c == '-' || c == '+' || c == 'e' || c == 'E');
     char* end = nullptr;
     const double d = shape ? std::strtod(text.c_str(), &end) : 0.0;
     if (!shape || end != text.c_str() + text.size() || !std::isfinite(d))
@@ -43,9 +44,11 @@ Qv::FrameRate parseRate(const std::string& text) {
     for (int r = Qv::kFirstFrameRate; r <= Qv::kLastFrameRate; ++r) {
         const std::string display = str(Qv::getDisplayString(Qv::FrameRate(r)));
         const std::string suffix = " fps";
-        if (display.size() <= suffix.size() || display.compare(display.size() - suffix.size(), suffix.size(), suffix))
+        if (display.size() <= suffix.size() ||
+            display.compare(display.size() - suffix.size(), suffix.size(), suffix))
             continue;  // film rates have no number
-        if (text == display || text == display.substr(0, display.size() - suffix.size())) return Qv::FrameRate(r);
+        if (text == display || text == display.substr(0, display.size() - suffix.size()))
+            return Qv::FrameRate(r);
     }
     throw InputError("unknown frame rate " + quote(text) + " (see 'ole rates')");
 }
@@ -89,8 +92,12 @@ IdStamp parseIdStamp(const std::string& text) {
     return stamp;
 }
 
-std::string str(const LightweightString<char>& text) { return std::string(text.c_str(), text.size()); }
+std::string str(const LightweightString<char>& text) {
+    return std::string(text.c_str(), text.size());
+}
 
-std::string str(const LightweightString<wchar_t>& text) { return str(toUTF8(text)); }
+std::string str(const LightweightString<wchar_t>& text) {
+    return str(toUTF8(text));
+}
 
 }  // namespace oletool

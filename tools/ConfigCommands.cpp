@@ -26,7 +26,9 @@
 namespace oletool {
 namespace {
 
-bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool isBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 
 struct Line {
     std::string text;    // without the line end
@@ -60,7 +62,8 @@ public:
 
 private:
     InputError fault(std::size_t line, const std::string& what) const {
-        return InputError(path_ + " line " + std::to_string(line + 1) + ": " + what + "; the file is left as it is");
+        return InputError(path_ + " line " + std::to_string(line + 1) + ": " + what +
+                          "; the file is left as it is");
     }
     // The entry on a line, or nothing for blank and comment lines. Sets `isEnd` for a line the library takes
     // as the end of the record.
@@ -139,7 +142,8 @@ void ConfigFile::parse(const std::string& content) {
             continue;
         }
         if (const Entry* earlier = find(entry.name))
-            throw fault(i, "entry " + quote(entry.name) + " repeats the one on line " + std::to_string(earlier->line + 1));
+            throw fault(i, "entry " + quote(entry.name) + " repeats the one on line " +
+                               std::to_string(earlier->line + 1));
         entries_.push_back(std::move(entry));
     }
     if (!ended) throw InputError(path_ + " has no end line " + quote(end_) + "; the file is left as it is");
@@ -153,7 +157,8 @@ void ConfigFile::crossCheck(const std::string& content) const {
     bool same = record.buildFrom(file) && record.size() == entries_.size();
     for (const Entry& e : entries_) {
         ConfigEntryT got;
-        same = same && record.in(e.name.c_str(), got) == 0 && str(got.type) == e.tag && str(got.value) == e.value;
+        same = same && record.in(e.name.c_str(), got) == 0 && str(got.type) == e.tag &&
+               str(got.value) == e.value;
     }
     if (!same) throw InputError(path_ + " reads differently in the editor; the file is left as it is");
 }
@@ -183,13 +188,15 @@ struct TypeName {
     const char* name;
     const char* tag;
 };
-constexpr TypeName kTypes[] = {{"text", ""},         {"int", "int"},         {"double", "double"}, {"bool", "bool"},
-                               {"cookie", "cookie"}, {"idstamp", "IdStamp"}, {"textdata", "textdata"}};
+constexpr TypeName kTypes[] = {
+    {"text", ""},         {"int", "int"},         {"double", "double"},    {"bool", "bool"},
+    {"cookie", "cookie"}, {"idstamp", "IdStamp"}, {"textdata", "textdata"}};
 
 const char* tagOfType(const std::string& type) {
     for (const TypeName& t : kTypes)
         if (::strcasecmp(type.c_str(), t.name) == 0) return t.tag;
-    throw InputError("--type: unknown type " + quote(type) + " (text, int, double, bool, cookie, idstamp, textdata)");
+    throw InputError("--type: unknown type " + quote(type) +
+                     " (text, int, double, bool, cookie, idstamp, textdata)");
 }
 
 std::string typeOfTag(const std::string& tag) {
@@ -202,7 +209,8 @@ void checkName(const std::string& name, const std::string& end) {
     const auto bad = [&](const char* why) { return InputError("entry name " + quote(name) + " " + why); };
     if (name.empty()) throw bad("is empty");
     for (char c : name)
-        if (isBlank(c) || c == ':' || (unsigned char)c < 0x20) throw bad("may not hold blanks, ':' or control characters");
+        if (isBlank(c) || c == ':' || (unsigned char)c < 0x20)
+            throw bad("may not hold blanks, ':' or control characters");
     if (name[0] == '#') throw bad("would read as a comment");
     if (::strncasecmp(name.c_str(), end.c_str(), name.size()) == 0) throw bad("would read as the end line");
 }
@@ -220,7 +228,8 @@ ConfigEntryT makeEntry(const std::string& text, const std::string& tag) {
     } else if (tag == "double") {
         record.set("v", parseReal(text, "value"));
     } else if (tag == "bool") {
-        if (text != "true" && text != "false") throw InputError("value: " + quote(text) + " is not true or false");
+        if (text != "true" && text != "false")
+            throw InputError("value: " + quote(text) + " is not true or false");
         record.set("v", text == "true");
     } else if (tag == "cookie") {
         record.set("v", parseCookie(text));
@@ -376,7 +385,8 @@ void addConfigCommands(CLI::App& app) {
     getCmd->callback([g] { get(*g); });
 
     auto t = std::make_shared<ConfigOptions>();
-    CLI::App* setCmd = config->add_subcommand("set", "Set one entry, adding it before the end line if it is new");
+    CLI::App* setCmd =
+        config->add_subcommand("set", "Set one entry, adding it before the end line if it is new");
     common(setCmd, *t, true);
     setCmd->add_option("value", t->value, "The value, checked against --type")->required();
     setCmd->add_option("--type", t->type, types);

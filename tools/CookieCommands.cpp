@@ -28,7 +28,9 @@ struct NewCookieOptions {
     bool json = false;
 };
 
-std::string cookieText(const Cookie& c) { return str(c.asString(true)); }
+std::string cookieText(const Cookie& c) {
+    return str(c.asString(true));
+}
 
 // A counter that has never existed (no counter file and no project of this machine) is started at 1, as
 // the jar itself would, but without the jar's warning about lost numbers, which is meant for a counter
@@ -44,11 +46,13 @@ void startCounterOnFirstUse() {
 
 Value newCookies(const NewCookieOptions& o) {
     if (o.type.size() != 1 || Cookie::typeFromChar(o.type[0]) == 'I')
-        throw InputError("--type: " + quote(o.type) + " is not a cookie type (one of B C D E F G M O P R S T V)");
+        throw InputError("--type: " + quote(o.type) +
+                         " is not a cookie type (one of B C D E F G M O P R S T V)");
     const CookieType type = Cookie::typeFromChar(o.type[0]);
     // The type's default version is given explicitly: the jar stores a version as given for UUID cookies,
     // where the "default" 255 would print as three digits and break the text form.
-    const int version = o.version.empty() ? (type == 'S' ? 1 : 0) : int(parseInteger(o.version, "--version", 0, 35));
+    const int version =
+        o.version.empty() ? (type == 'S' ? 1 : 0) : int(parseInteger(o.version, "--version", 0, 35));
     const int count = int(parseInteger(o.count, "--count", 1, 10000));
 
     startCounterOnFirstUse();  // the jar reads the counter whichever form is asked for
@@ -139,8 +143,9 @@ void checkCookies(const CheckOptions& o) {
             if (!o.json) std::printf("%s: well-formed\n", text.c_str());
         } else {
             std::fflush(stdout);
-            std::fprintf(stderr, "ole: %s is not a well-formed cookie text%s\n", quote(text).c_str(),
-                         parsed.valid() ? (" (the editor reads it as " + cookieText(parsed) + ")").c_str() : "");
+            std::fprintf(
+                stderr, "ole: %s is not a well-formed cookie text%s\n", quote(text).c_str(),
+                parsed.valid() ? (" (the editor reads it as " + cookieText(parsed) + ")").c_str() : "");
         }
     }
     if (o.json) print(results, true);
@@ -199,7 +204,8 @@ void addCookieCommands(CLI::App& app) {
     show->callback([s] { print(showCookie(s->first), s->second); });
 
     auto c = std::make_shared<CheckOptions>();
-    CLI::App* check = cookie->add_subcommand("check", "Check that cookie texts are well-formed (exit status 1 if not)");
+    CLI::App* check =
+        cookie->add_subcommand("check", "Check that cookie texts are well-formed (exit status 1 if not)");
     check->add_option("cookies", c->texts, "Cookie texts")->required();
     addJsonFlag(check, c->json);
     check->callback([c] { checkCookies(*c); });

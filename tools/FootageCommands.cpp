@@ -22,7 +22,9 @@ struct FootageOptions {
     bool json = false;
 };
 
-int perfsPerFrame(film_gauge g) { return frames_to_perfs(1, g); }
+int perfsPerFrame(film_gauge g) {
+    return frames_to_perfs(1, g);
+}
 
 // The library's footage text without its padding blanks: " 0012.05" -> "0012.05", "-   1.01" -> "-1.01".
 std::string footageText(int frames, film_gauge g, bool zeroPad) {
@@ -58,7 +60,8 @@ int parseFootage(const std::string& text, film_gauge g) {
     const auto digits = [&](std::size_t maxDigits, long& value) {
         std::size_t n = 0;
         value = 0;
-        while (p < body.size() && n < maxDigits && body[p] >= '0' && body[p] <= '9') value = value * 10 + (body[p++] - '0'), ++n;
+        while (p < body.size() && n < maxDigits && body[p] >= '0' && body[p] <= '9')
+            value = value * 10 + (body[p++] - '0'), ++n;
         return n;
     };
     long feet = 0, frame = 0;
@@ -73,8 +76,8 @@ int parseFootage(const std::string& text, film_gauge g) {
     const int frames = feet_to_frames(buffer.data(), g);
     const foot_num back = frames_to_foot_num(std::abs(frames), g);
     if (back.feet != feet || back.frame != frame)
-        throw bad("names no frame: foot " + std::to_string(feet) + " of " + film_gauge_to_str(g) + " film has no frame " +
-                  std::to_string(frame));
+        throw bad("names no frame: foot " + std::to_string(feet) + " of " + film_gauge_to_str(g) +
+                  " film has no frame " + std::to_string(frame));
     return frames;
 }
 
@@ -85,7 +88,8 @@ Value footage(const FootageOptions& o) {
     if (!o.frames.empty()) {
         frames = int(parseInteger(o.frames, "--frames", -kMaxFrames, kMaxFrames));
     } else {
-        if (!hasGauge) throw InputError(std::string(o.feet.empty() ? "--perfs" : "--feet") + " needs --gauge");
+        if (!hasGauge)
+            throw InputError(std::string(o.feet.empty() ? "--perfs" : "--feet") + " needs --gauge");
         if (!o.feet.empty()) {
             frames = parseFootage(o.feet, g);
         } else {
@@ -119,7 +123,8 @@ struct PulldownOptions {
 Value pulldown(const PulldownOptions& o, bool add) {
     const Qv::FrameRate rate = parseRate(o.rate);
     const std::string rateName = str(Qv::getPersistableString(rate));
-    if (!can_add_pulldown(rate)) throw InputError(rateName + " takes no pulldown (25, 50, 30, 29.97, 60 and 59.94 fps do)");
+    if (!can_add_pulldown(rate))
+        throw InputError(rateName + " takes no pulldown (25, 50, 30, 29.97, 60 and 59.94 fps do)");
     const int filmCycle = pd_film_cycle(rate);
     const int videoCycle = pd_cycle_size(rate);
     const int phase = int(parseInteger(o.phase, "--phase", 0, (add ? filmCycle : videoCycle) - 1));
@@ -139,8 +144,10 @@ Value pulldown(const PulldownOptions& o, bool add) {
 
 void addFootageCommands(CLI::App& app) {
     auto o = std::make_shared<FootageOptions>();
-    CLI::App* cmd = app.add_subcommand("footage", "Convert frame counts to feet+frames and perforations, and back");
-    cmd->add_option("-g,--gauge", o->gauge, "Film gauge: 16mm, 35mm, \"16mm ink\", \"35mm 3-perf\" or F16, F35, F16R, F353");
+    CLI::App* cmd =
+        app.add_subcommand("footage", "Convert frame counts to feet+frames and perforations, and back");
+    cmd->add_option("-g,--gauge", o->gauge,
+                    "Film gauge: 16mm, 35mm, \"16mm ink\", \"35mm 3-perf\" or F16, F35, F16R, F353");
     CLI::App* input = cmd->add_option_group("input", "What to convert (give exactly one)");
     input->add_option("-f,--frames", o->frames, "Frame count (every gauge when --gauge is not given)");
     input->add_option("--feet", o->feet, "Footage text FEET.FF (needs --gauge)");
@@ -159,14 +166,16 @@ void addFootageCommands(CLI::App& app) {
     pd->require_subcommand(1);
     for (const bool add : {true, false}) {
         auto p = std::make_shared<PulldownOptions>();
-        CLI::App* sub = pd->add_subcommand(add ? "add" : "remove",
-                                           add ? "Film frames to the video frames that carry them"
-                                               : "Video frames to the film frames they carry");
+        CLI::App* sub =
+            pd->add_subcommand(add ? "add" : "remove", add ? "Film frames to the video frames that carry them"
+                                                           : "Video frames to the film frames they carry");
         sub->add_option("frames", p->frames, add ? "Film frame count" : "Video frame count")->required();
-        sub->add_option("-r,--rate", p->rate, "Video rate: 30, 30M, 60, 60M (4 film frames in 5) or 25, 50 (24 in 25)")
+        sub->add_option("-r,--rate", p->rate,
+                        "Video rate: 30, 30M, 60, 60M (4 film frames in 5) or 25, 50 (24 in 25)")
             ->required();
-        sub->add_option("--phase", p->phase,
-                        add ? "Film frames into the cycle (default 0)" : "Video frames into the cycle (default 0)");
+        sub->add_option(
+            "--phase", p->phase,
+            add ? "Film frames into the cycle (default 0)" : "Video frames into the cycle (default 0)");
         addJsonFlag(sub, p->json);
         sub->callback([p, add] { print(pulldown(*p, add), p->json); });
     }

@@ -81,13 +81,27 @@ void appendJsonString(std::string& out, const std::string& text) {
         const unsigned char c = *p;
         std::size_t n = 1;
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\b': out += "\\b"; break;
-            case '\f': out += "\\f"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\b':
+                out += "\\b";
+                break;
+            case '\f':
+                out += "\\f";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char escape[8];
@@ -112,11 +126,21 @@ void appendJson(std::string& out, const Value& v, int depth) {
         out.append(std::size_t(level) * 2, ' ');
     };
     switch (v.kind()) {
-        case Value::Kind::Null: out += "null"; break;
-        case Value::Kind::Bool: out += v.asBool() ? "true" : "false"; break;
-        case Value::Kind::Integer: out += std::to_string(v.asInteger()); break;
-        case Value::Kind::Real: out += formatReal(v.asReal()); break;
-        case Value::Kind::String: appendJsonString(out, v.asString()); break;
+        case Value::Kind::Null:
+            out += "null";
+            break;
+        case Value::Kind::Bool:
+            out += v.asBool() ? "true" : "false";
+            break;
+        case Value::Kind::Integer:
+            out += std::to_string(v.asInteger());
+            break;
+        case Value::Kind::Real:
+            out += formatReal(v.asReal());
+            break;
+        case Value::Kind::String:
+            appendJsonString(out, v.asString());
+            break;
         case Value::Kind::Array:
             if (v.elements().empty()) {
                 out += "[]";
@@ -202,8 +226,8 @@ void printObject(const Value& v, const std::string& indent) {
             printTable(value, indent + "  ");
         } else {
             const std::string name = label(key);
-            std::printf("%s%s%s  %s\n", indent.c_str(), name.c_str(), std::string(width - name.size(), ' ').c_str(),
-                        oneLine(toText(value)).c_str());
+            std::printf("%s%s%s  %s\n", indent.c_str(), name.c_str(),
+                        std::string(width - name.size(), ' ').c_str(), oneLine(toText(value)).c_str());
         }
     }
 }
@@ -224,11 +248,16 @@ std::string toJson(const Value& v) {
 
 std::string toText(const Value& v) {
     switch (v.kind()) {
-        case Value::Kind::Null: return "-";
-        case Value::Kind::Bool: return v.asBool() ? "yes" : "no";
-        case Value::Kind::Integer: return std::to_string(v.asInteger());
-        case Value::Kind::Real: return formatReal(v.asReal());
-        case Value::Kind::String: return v.asString();
+        case Value::Kind::Null:
+            return "-";
+        case Value::Kind::Bool:
+            return v.asBool() ? "yes" : "no";
+        case Value::Kind::Integer:
+            return std::to_string(v.asInteger());
+        case Value::Kind::Real:
+            return formatReal(v.asReal());
+        case Value::Kind::String:
+            return v.asString();
         case Value::Kind::Array: {
             std::string text;
             for (const Value& e : v.elements()) {
@@ -237,7 +266,8 @@ std::string toText(const Value& v) {
             }
             return text.empty() ? "-" : text;
         }
-        case Value::Kind::Object: break;
+        case Value::Kind::Object:
+            break;
     }
     return toJson(v);
 }
@@ -258,7 +288,10 @@ void print(const Value& v, bool json) {
 
 std::string oneLine(std::string text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const char* escape = text[i] == '\n' ? "\\n" : text[i] == '\r' ? "\\r" : text[i] == '\t' ? "\\t" : nullptr;
+        const char* escape = text[i] == '\n'   ? "\\n"
+                             : text[i] == '\r' ? "\\r"
+                             : text[i] == '\t' ? "\\t"
+                                               : nullptr;
         if (escape) text.replace(i++, 1, escape);
     }
     return text;

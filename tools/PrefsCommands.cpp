@@ -35,10 +35,14 @@ PrefType parseType(const std::string& type) {
     throw InputError("--type: unknown type " + quote(type) + " (text, int, bool, double, xy)");
 }
 
-std::string userConfigPath() { return str(UserConfig().path()); }
+std::string userConfigPath() {
+    return str(UserConfig().path());
+}
 
 void checkName(const std::string& name) {
-    const auto bad = [&](const char* why) { return InputError("preference name " + quote(name) + " " + why); };
+    const auto bad = [&](const char* why) {
+        return InputError("preference name " + quote(name) + " " + why);
+    };
     if (name.empty()) throw bad("is empty");
     if (name.find_first_of("=\n\r") != std::string::npos) throw bad("may not hold '=' or line breaks");
     if (name[0] == '[' || name[0] == '#' || name[0] == ';') throw bad("may not start with '[', '#' or ';'");
@@ -49,9 +53,11 @@ void checkName(const std::string& name) {
 // "(x,y)" or "x,y" with whole numbers.
 XY<int> parseXY(const std::string& text, const char* what) {
     std::string inner = text;
-    if (inner.size() >= 2 && inner.front() == '(' && inner.back() == ')') inner = inner.substr(1, inner.size() - 2);
+    if (inner.size() >= 2 && inner.front() == '(' && inner.back() == ')')
+        inner = inner.substr(1, inner.size() - 2);
     const std::size_t comma = inner.find(',');
-    if (comma == std::string::npos) throw InputError(std::string(what) + ": " + quote(text) + " is not a pair (x,y)");
+    if (comma == std::string::npos)
+        throw InputError(std::string(what) + ": " + quote(text) + " is not a pair (x,y)");
     return XY<int>(int(parseInteger(inner.substr(0, comma), what, INT_MIN, INT_MAX)),
                    int(parseInteger(inner.substr(comma + 1), what, INT_MIN, INT_MAX)));
 }
@@ -59,9 +65,12 @@ XY<int> parseXY(const std::string& text, const char* what) {
 // The stored text as a value of the type; InputError when it is not one.
 Value typedValue(const std::string& text, PrefType type, const char* what) {
     switch (type) {
-        case PrefType::Text: return text;
-        case PrefType::Int: return parseInteger(text, what, INT_MIN, INT_MAX);
-        case PrefType::Double: return parseReal(text, what);
+        case PrefType::Text:
+            return text;
+        case PrefType::Int:
+            return parseInteger(text, what, INT_MIN, INT_MAX);
+        case PrefType::Double:
+            return parseReal(text, what);
         case PrefType::Bool:
             if (text == "true" || text == "1") return true;
             if (text == "false" || text == "0") return false;
@@ -85,7 +94,8 @@ void checkSaved(const Expected& expected) {
     UserConfig().reload();
     for (const auto& [name, value] : expected) {
         const bool present = prefs().hasPreference(name.c_str());
-        if (present != value.has_value() || (present && str(prefs().getPreference(name.c_str(), Text())) != *value))
+        if (present != value.has_value() ||
+            (present && str(prefs().getPreference(name.c_str(), Text())) != *value))
             throw InputError("could not save the preferences to " + quote(userConfigPath()));
     }
 }
@@ -116,12 +126,21 @@ void set(const PrefsOptions& o) {
     checkSettingsFile(userConfigPath());
     const Text name = o.name.c_str();
     switch (type) {
-        case PrefType::Text: prefs().setPreference(name, Text(o.value.c_str(), unsigned(o.value.size()))); break;
-        case PrefType::Int: prefs().setPreference(name, int(value.asInteger())); break;
-        case PrefType::Double: prefs().setPreference(name, value.asReal()); break;
-        case PrefType::Bool: prefs().setPreference(name, value.asBool()); break;
+        case PrefType::Text:
+            prefs().setPreference(name, Text(o.value.c_str(), unsigned(o.value.size())));
+            break;
+        case PrefType::Int:
+            prefs().setPreference(name, int(value.asInteger()));
+            break;
+        case PrefType::Double:
+            prefs().setPreference(name, value.asReal());
+            break;
+        case PrefType::Bool:
+            prefs().setPreference(name, value.asBool());
+            break;
         case PrefType::XY:
-            prefs().setPreference(name, XY<int>(int(value.find("x")->asInteger()), int(value.find("y")->asInteger())));
+            prefs().setPreference(
+                name, XY<int>(int(value.find("x")->asInteger()), int(value.find("y")->asInteger())));
             break;
     }
     const std::string stored = str(prefs().getPreference(name, Text()));
@@ -170,7 +189,8 @@ Expected checkImportFile(const std::string& path) {
     while (i < lines.size() && str(Qv::trim(lines[i].c_str())) != heading) ++i;
     if (i == lines.size()) throw InputError(path + " has no " + heading + " section");
     const auto fault = [&](std::size_t line, const std::string& what) {
-        return InputError(path + " line " + std::to_string(line + 1) + ": " + what + "; nothing was imported");
+        return InputError(path + " line " + std::to_string(line + 1) + ": " + what +
+                          "; nothing was imported");
     };
     Expected pairs;  // a name given twice takes its last value, as it will in the store
     for (++i; i < lines.size(); ++i) {
@@ -187,7 +207,8 @@ Expected checkImportFile(const std::string& path) {
                 continue;
             }
             const char next = p + 1 < line.size() ? line[++p] : '\0';
-            if (next != '\\' && next != 'n' && next != 'r') throw fault(i, quote(line) + " has an unknown escape");
+            if (next != '\\' && next != 'n' && next != 'r')
+                throw fault(i, quote(line) + " has an unknown escape");
             value += next == 'n' ? '\n' : next == 'r' ? '\r' : '\\';
         }
         pairs[line.substr(0, eq)] = value;
@@ -254,14 +275,17 @@ void addPrefsCommands(CLI::App& app) {
     listCmd->callback([l] { list(*l); });
 
     auto e = std::make_shared<PrefsOptions>();
-    CLI::App* exportCmd = prefsCmd->add_subcommand("export", "Write the preferences as a [EditorPreferences] section of a file");
+    CLI::App* exportCmd = prefsCmd->add_subcommand(
+        "export", "Write the preferences as a [EditorPreferences] section of a file");
     exportCmd->add_option("file", e->file, "Text file; other sections in it are kept")->required();
     addJsonFlag(exportCmd, e->json);
     exportCmd->callback([e] { exportFile(*e); });
 
     auto i = std::make_shared<PrefsOptions>();
-    CLI::App* importCmd = prefsCmd->add_subcommand("import", "Read preferences from the [EditorPreferences] section of a file");
-    importCmd->add_option("file", i->file, "Text file with a [EditorPreferences] section of name=value lines")->required();
+    CLI::App* importCmd =
+        prefsCmd->add_subcommand("import", "Read preferences from the [EditorPreferences] section of a file");
+    importCmd->add_option("file", i->file, "Text file with a [EditorPreferences] section of name=value lines")
+        ->required();
     addJsonFlag(importCmd, i->json);
     importCmd->callback([i] { importFile(*i); });
 

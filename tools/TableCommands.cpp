@@ -32,8 +32,12 @@ Value rateName(FrameRate rate) {
     return str(Qv::getPersistableString(rate));
 }
 
-Value ticksOf(FrameRate rate) { return rateHasTicks(rate) ? Value(int(Qv::getTicksPerSecond(rate))) : Value(); }
-Value fpsOf(FrameRate rate) { return rateHasTrueFps(rate) ? Value(Qv::getFramesPerSecond(rate)) : Value(); }
+Value ticksOf(FrameRate rate) {
+    return rateHasTicks(rate) ? Value(int(Qv::getTicksPerSecond(rate))) : Value();
+}
+Value fpsOf(FrameRate rate) {
+    return rateHasTrueFps(rate) ? Value(Qv::getFramesPerSecond(rate)) : Value();
+}
 
 bool isProjectRate(FrameRate rate) {
     const std::vector<FrameRate> rates = Qv::getProjectFrameRates();
@@ -54,7 +58,8 @@ Value rateRow(FrameRate rate) {
 
 Value rateFacts(FrameRate rate) {
     Value out = rateRow(rate);
-    out.set("frame_duration", rateHasTicks(rate) || rate == Qv::FR12_5 ? Value(Qv::getFrameDuration(rate)) : Value());
+    out.set("frame_duration",
+            rateHasTicks(rate) || rate == Qv::FR12_5 ? Value(Qv::getFrameDuration(rate)) : Value());
     out.set("has_1001_factor", Qv::has1001Factor(rate));
     out.set("drop_frame_timecode", Qv::canUseDropFrameTimeCode(rate));
     out.set("thirty_frame_labels", Qv::isAssociatedWith30FrameLabel(rate));
@@ -94,13 +99,15 @@ Value rates(const RatesOptions& o) {
         Qv::getAllFrameRates(list);
     }
     if (!o.group.empty()) {
-        static const char* const kGroups[] = {"normal", "decimated", "decimated-by-2", "decimated-by-3", "film", "other"};
+        static const char* const kGroups[] = {"normal",         "decimated", "decimated-by-2",
+                                              "decimated-by-3", "film",      "other"};
         const auto it = std::find(std::begin(kGroups), std::end(kGroups), o.group);
         if (it == std::end(kGroups))
             throw InputError("--group: unknown group " + quote(o.group) +
                              " (normal, decimated, decimated-by-2, decimated-by-3, film, other)");
         const auto group = Qv::FrameRateGroup(Groups::Normal + (it - std::begin(kGroups)));
-        list.erase(std::remove_if(list.begin(), list.end(), [group](FrameRate r) { return !Qv::isInFrameRateGroup(r, group); }),
+        list.erase(std::remove_if(list.begin(), list.end(),
+                                  [group](FrameRate r) { return !Qv::isInFrameRateGroup(r, group); }),
                    list.end());
     }
     Value table = Value::array();
@@ -110,22 +117,32 @@ Value rates(const RatesOptions& o) {
 
 const char* aspectName(Qv::Image::AspectRatio aspect) {
     switch (aspect) {
-        case Qv::Image::Aspect4x3: return "4:3";
-        case Qv::Image::Aspect16x9: return "16:9";
-        case Qv::Image::AspectFullAperture: return "full aperture";
-        case Qv::Image::AspectAcademy: return "academy";
-        case Qv::Image::AspectDCI185: return "1.85:1";
-        case Qv::Image::AspectDCI239: return "2.39:1";
+        case Qv::Image::Aspect4x3:
+            return "4:3";
+        case Qv::Image::Aspect16x9:
+            return "16:9";
+        case Qv::Image::AspectFullAperture:
+            return "full aperture";
+        case Qv::Image::AspectAcademy:
+            return "academy";
+        case Qv::Image::AspectDCI185:
+            return "1.85:1";
+        case Qv::Image::AspectDCI239:
+            return "2.39:1";
     }
     return "unknown";
 }
 
 const char* scanName(Qv::Image::ScanMode scan) {
     switch (scan) {
-        case Qv::Image::InterlacedUpperFirst: return "interlaced, upper field first";
-        case Qv::Image::InterlacedLowerFirst: return "interlaced, lower field first";
-        case Qv::Image::Progressive: return "progressive";
-        case Qv::Image::ProgressiveSegmented: return "progressive segmented";
+        case Qv::Image::InterlacedUpperFirst:
+            return "interlaced, upper field first";
+        case Qv::Image::InterlacedLowerFirst:
+            return "interlaced, lower field first";
+        case Qv::Image::Progressive:
+            return "progressive";
+        case Qv::Image::ProgressiveSegmented:
+            return "progressive segmented";
     }
     return "unknown";
 }
@@ -159,7 +176,8 @@ Value formatFacts(Value index, const OutputFormat::Details& d) {
     out.set("scan", scanName(d.scanMode()));
     // Read from the scan mode: the library's isInterlaced() would also complain, on standard output,
     // about a parsed format whose type does not fit its scan mode.
-    out.set("interlaced", d.scanMode() == Qv::Image::InterlacedUpperFirst || d.scanMode() == Qv::Image::InterlacedLowerFirst);
+    out.set("interlaced", d.scanMode() == Qv::Image::InterlacedUpperFirst ||
+                              d.scanMode() == Qv::Image::InterlacedLowerFirst);
     out.set("sd", OutputFormat::isSD(d.type()));
     out.set("video_format", d.videoFormat());
     out.set("persistable", str(d.getPersistableString()));
@@ -171,7 +189,8 @@ Value formatFacts(Value index, const OutputFormat::Details& d) {
 OutputFormat::Details parseFormatString(const std::string& text) {
     OutputFormat::Details d;
     const auto bad = [&](const std::string& why) { return InputError(quote(text) + " " + why); };
-    if (!d.fromPersistableString(text.c_str())) throw bad("is not an output format string (see 'ole formats --help')");
+    if (!d.fromPersistableString(text.c_str()))
+        throw bad("is not an output format string (see 'ole formats --help')");
     const std::string nine = str(d.getPersistableString());
     const std::string eight = nine.substr(0, nine.rfind('|'));
     if (text != nine && text != eight && text != nine + "|" + std::to_string(d.videoFormat()))
@@ -219,7 +238,8 @@ void addTableCommands(CLI::App& app) {
     auto r = std::make_shared<RatesOptions>();
     CLI::App* rates = app.add_subcommand("rates", "List the frame rates, or show the facts of one");
     rates->add_option("rate", r->rate, "A rate by persistable (30M) or display (\"29.97 fps\") string");
-    rates->add_option("--group", r->group, "List one group: normal, decimated, decimated-by-2, decimated-by-3, film, other");
+    rates->add_option("--group", r->group,
+                      "List one group: normal, decimated, decimated-by-2, decimated-by-3, film, other");
     rates->add_flag("--project", r->project, "List only the rates a project may use");
     addJsonFlag(rates, r->json);
     rates->footer(
@@ -235,9 +255,11 @@ void addTableCommands(CLI::App& app) {
 
     auto f = std::make_shared<FormatsOptions>();
     CLI::App* formats = app.add_subcommand("formats", "List the output formats, or show the facts of one");
-    formats->add_option("format", f->format,
-                        "A format by index (0..31) or persistable string (type|0|scan|width|height|bits|aspect|rate|label)");
-    formats->add_option("--project-rate", f->projectRate, "List only the formats allowed for a project at this rate");
+    formats->add_option(
+        "format", f->format,
+        "A format by index (0..31) or persistable string (type|0|scan|width|height|bits|aspect|rate|label)");
+    formats->add_option("--project-rate", f->projectRate,
+                        "List only the formats allowed for a project at this rate");
     addJsonFlag(formats, f->json);
     formats->footer(
         "Examples:\n"

@@ -38,8 +38,8 @@ int parseFlags(const std::string& text) {
     static const struct {
         const char* name;
         int bits;
-    } kNames[] = {{"hours", kTcShowHours},     {"minutes", kTcShowMinutes}, {"seconds", kTcShowSeconds},
-                  {"frames", kTcShowFrames},   {"full", kTcFull},           {"none", 0}};
+    } kNames[] = {{"hours", kTcShowHours},   {"minutes", kTcShowMinutes}, {"seconds", kTcShowSeconds},
+                  {"frames", kTcShowFrames}, {"full", kTcFull},           {"none", 0}};
     int flags = 0;
     std::size_t start = 0;
     while (start <= text.size()) {
@@ -74,8 +74,10 @@ TimecodeText parseTimecodeText(const std::string& text, unsigned ticks, bool dro
     const auto number = [&](std::size_t minDigits, std::size_t maxDigits) {
         std::size_t n = 0;
         int value = 0;
-        while (i < text.size() && n < maxDigits && text[i] >= '0' && text[i] <= '9') value = value * 10 + (text[i++] - '0'), ++n;
-        if (n < minDigits) throw bad("is not timecode (expected HH:MM:SS.FF, or ';' before the frames for drop frame)");
+        while (i < text.size() && n < maxDigits && text[i] >= '0' && text[i] <= '9')
+            value = value * 10 + (text[i++] - '0'), ++n;
+        if (n < minDigits)
+            throw bad("is not timecode (expected HH:MM:SS.FF, or ';' before the frames for drop frame)");
         return value;
     };
     const auto expect = [&](const char* separators) {
@@ -98,17 +100,20 @@ TimecodeText parseTimecodeText(const std::string& text, unsigned ticks, bool dro
     if (tc.seconds > 59) throw bad("has more than 59 seconds");
     const unsigned labels = drop ? 30 : ticks;
     if (unsigned(tc.frames) >= labels)
-        throw bad("has frame " + std::to_string(tc.frames) + "; frames run from 00 to " + std::to_string(labels - 1));
+        throw bad("has frame " + std::to_string(tc.frames) + "; frames run from 00 to " +
+                  std::to_string(labels - 1));
     if (drop && tc.minutes % 10 != 0 && tc.seconds == 0 && tc.frames < 2)
-        throw bad("does not exist in drop-frame timecode (frames 00 and 01 are skipped at the start of every "
-                  "minute not divisible by ten)");
+        throw bad(
+            "does not exist in drop-frame timecode (frames 00 and 01 are skipped at the start of every "
+            "minute not divisible by ten)");
     return tc;
 }
 
 Value convert(const TimecodeOptions& o) {
     const Qv::FrameRate rate = parseRate(o.rate);
     const std::string rateName = str(Qv::getPersistableString(rate));
-    if (!rateHasTrueFps(rate)) throw InputError(rateName + " is a film rate; it has no frames per second of its own");
+    if (!rateHasTrueFps(rate))
+        throw InputError(rateName + " is a film rate; it has no frames per second of its own");
     const double fps = Qv::getFramesPerSecond(rate);
     const unsigned ticks = rateHasTicks(rate) ? Qv::getTicksPerSecond(rate) : 0;
     const bool hasTimecode = ticks != 0 && ticks <= kMaxTimecodeTicks;
@@ -135,6 +140,9 @@ Value convert(const TimecodeOptions& o) {
         if (n == -1) throw InputError("--frames: -1 stands for an unset time");
         video = tc_to_frames(frames_to_tc(n, rate, pulldown, phase), rate, 0, 0);
     } else {
+        if (ticks > kMaxTimecodeTicks)
+            throw InputError("timecode at " + rateName +
+                             " fps is not written: its frame labels pass two digits");
         if (!hasTimecode) throw InputError(rateName + " has no timecode of its own");
         const TimecodeText tc = parseTimecodeText(o.timecode, ticks, drop);
         if (tc.negative && drop) throw InputError("--tc: drop-frame timecode has no negative times");
@@ -179,12 +187,17 @@ void addTimecodeCommands(CLI::App& app) {
         ->type_name("RATE");
     CLI::App* input = cmd->add_option_group("input", "The time to convert (give exactly one)");
     input->add_option("-s,--seconds", o->seconds, "Time in seconds")->type_name("SECONDS");
-    input->add_option("-f,--frames", o->frames, "Frame count from 0 (film frames with --pulldown)")->type_name("N");
-    input->add_option("-t,--tc", o->timecode, "Timecode text HH:MM:SS.FF, or HH:MM:SS;FF for drop frame")->type_name("TIMECODE");
+    input->add_option("-f,--frames", o->frames, "Frame count from 0 (film frames with --pulldown)")
+        ->type_name("N");
+    input->add_option("-t,--tc", o->timecode, "Timecode text HH:MM:SS.FF, or HH:MM:SS;FF for drop frame")
+        ->type_name("TIMECODE");
     input->require_option(1);
     cmd->add_flag("-d,--drop", o->drop, "Drop-frame timecode (29.97 fps only); implied by ';' in --tc");
-    CLI::Option* pulldown = cmd->add_flag("-p,--pulldown", o->pulldown, "Frame counts are film frames carried by pulldown");
-    cmd->add_option("--phase", o->phase, "Film frames into the pulldown cycle (default 0)")->needs(pulldown)->type_name("N");
+    CLI::Option* pulldown =
+        cmd->add_flag("-p,--pulldown", o->pulldown, "Frame counts are film frames carried by pulldown");
+    cmd->add_option("--phase", o->phase, "Film frames into the pulldown cycle (default 0)")
+        ->needs(pulldown)
+        ->type_name("N");
     cmd->add_option("--flags", o->flags,
                     "Timecode fields to show: 0..15, or hours,minutes,seconds,frames,full (default 15)")
         ->type_name("FLAGS");

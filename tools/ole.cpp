@@ -13,9 +13,10 @@
 #endif
 
 int main(int argc, char** argv) {
-    CLI::App app{"Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
-                 "configb files and editor preferences.",
-                 "ole"};
+    CLI::App app{
+        "Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
+        "configb files and editor preferences.",
+        "ole"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "ole " OLE_TOOL_VERSION);
 
