@@ -3,6 +3,7 @@
 // Test helpers shared by every test binary.
 
 #include <string>
+#include <vector>
 
 namespace oletest {
 
@@ -15,6 +16,9 @@ std::string makeTempDir(const std::string& prefix);
 // Reads a whole file; "" when it cannot be read.
 std::string readFile(const std::string& path);
 bool writeFile(const std::string& path, const std::string& content);
+
+// The names of the entries of a directory, sorted, without "." and ".."; nothing when it cannot be read.
+std::vector<std::string> listDirectory(const std::string& dir);
 
 // Collects everything logged through Log/LogBoth while it lives.
 class LogCapture {

@@ -1,0 +1,274 @@
+// LightweightString: growth, sharing, copy-on-write and comparison, narrow and wide.
+
+#include <ole/Qv/LightweightString.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+static_assert(sizeof(LightweightString<char>) == 2 * sizeof(void*));
+static_assert(sizeof(wchar_t) == 4);
+
+template <class C>
+class StringTest : public ::testing::Test {
+protected:
+    using S = LightweightString<C>;
+    using Std = std::basic_string<C>;
+    using Op = std::pair<const char*, std::function<void(S&)>>;
+
+    // The ASCII text as a C string of this character type, alive for the whole test.
+    const C* t(const char* ascii) { return texts_.emplace_back(ascii, ascii + std::strlen(ascii)).c_str(); }
+    S s(const char* ascii) { return S(t(ascii)); }
+    Std lit(const char* ascii) { return Std(t(ascii)); }
+    static Std str(const S& s) { return Std(s.c_str(), s.size()); }
+
+    // Every empty string is the null block, yet reads as "".
+    static void expectNullEmpty(const S& s) {
+        EXPECT_TRUE(s.isNull());
+        EXPECT_EQ(s.size(), 0u);
+        ASSERT_NE(s.c_str(), nullptr);
+        EXPECT_EQ(s.c_str()[0], C(0));
+    }
+
+private:
+    std::deque<Std> texts_;
+};
+using CharTypes = ::testing::Types<char, wchar_t>;
+TYPED_TEST_SUITE(StringTest, CharTypes);
+
+TYPED_TEST(StringTest, ConstructionFitsExactlyAndAppendsDoubleToPowersOfTwo) {
+    using S = typename TestFixture::S;
+    EXPECT_EQ(this->s("hello").capacity(), 6u);
+    const TypeParam x = TypeParam('x');
+    const std::vector<typename TestFixture::Op> appenders = {
+        {"push_back", [&](S& s) { s.push_back(x); }},
+        {"append", [&](S& s) { s.append(&x, 1); }},
+        {"+= text", [&](S& s) { s += this->t("x"); }},
+        {"+= string", [&](S& s) { s += this->s("x"); }},
+    };
+    for (const auto& [name, append] : appenders) {
+        SCOPED_TRACE(name);
+        S s = this->s("abc");
+        ASSERT_EQ(s.capacity(), 4u);
+        append(s);  // length 4 is not below capacity 4
+        EXPECT_EQ(s.capacity(), 8u);
+        const TypeParam* block = s.c_str();
+        for (int i = 0; i < 3; ++i) append(s);
+        EXPECT_EQ(s.c_str(), block) << "lengths 5 to 7 are written in place";
+        append(s);
+        EXPECT_EQ(s.capacity(), 16u);
+        EXPECT_EQ(this->str(s), this->lit("abcxxxxx"));
+
+        S fromEmpty;
+        append(fromEmpty);
+        EXPECT_EQ(fromEmpty.capacity(), 2u);
+    }
+    S seven = this->s("abcdefg");  // an exact fit moves on its first append, even at 7 + 1
+    seven.push_back(x);
+    EXPECT_EQ(seven.capacity(), 16u);
+
+    // Appending nothing, or NUL, changes nothing: no block for an empty string, no unsharing.
+    S empty;
+    empty.append(nullptr, 0);
+    empty += static_cast<const TypeParam*>(nullptr);
+    empty.push_back(TypeParam(0));
+    this->expectNullEmpty(empty);
+    S ab = this->s("ab");
+    const S sharer = ab;
+    ab.push_back(TypeParam(0));
+    ab.append(this->t("z"), 0);
+    EXPECT_EQ(this->str(ab), this->lit("ab"));
+    EXPECT_EQ(ab.refCount(), 2);
+}
+
+TYPED_TEST(StringTest, EveryWayToEmptyLeavesTheNullBlock) {
+    using S = typename TestFixture::S;
+    const std::vector<typename TestFixture::Op> emptiers = {
+        {"resizeFor(0)", [](S& s) { s.resizeFor(0); }},
+        {"resize(0)", [](S& s) { s.resize(0); }},
+        {"assign(\"\")", [&](S& s) { s.assign(this->t("")); }},
+        {"assign(null)", [](S& s) { s.assign(nullptr); }},
+        {"assign(p, 0)", [&](S& s) { s.assign(this->t("abc"), 0); }},
+        {"clear", [](S& s) { s.clear(); }},
+        {"join of empties", [](S& s) { s = S::join(nullptr, 0, nullptr, 0); }},
+        {"substr past end", [](S& s) { s = s.substr(s.size()); }},
+    };
+    for (const auto& [name, emptier] : emptiers) {
+        SCOPED_TRACE(name);
+        S s = this->s("hello");
+        const S sharer = s;
+        emptier(s);
+        this->expectNullEmpty(s);
+        EXPECT_EQ(this->str(sharer), this->lit("hello")) << "the other holder keeps the block";
+        EXPECT_EQ(sharer.refCount(), 1);
+    }
+    this->expectNullEmpty(this->s(""));
+    this->expectNullEmpty(S(nullptr));
+}
+
+TYPED_TEST(StringTest, WritesThroughOperatorIndexCopyOnlyAChangedSharedBlock) {
+    using S = typename TestFixture::S;
+    S a = this->s("hello");
+    S b = a;
+    const TypeParam* block = a.c_str();
+    EXPECT_EQ(TypeParam(b[1]), TypeParam('e'));
+    b[0] = TypeParam('h');  // the character already there
+    EXPECT_EQ(a.refCount(), 2);
+
+    b[0] = TypeParam('j');
+    EXPECT_EQ(this->str(b), this->lit("jello"));
+    EXPECT_EQ(this->str(a), this->lit("hello"));
+    EXPECT_EQ(a.c_str(), block);
+    EXPECT_EQ(a.refCount(), 1);
+    EXPECT_EQ(b.capacity(), 8u) << "the private copy is rounded to a power of two";
+
+    const TypeParam* own = b.c_str();
+    b[1] = b[4];  // unshared: in place
+    EXPECT_EQ(b.c_str(), own);
+    EXPECT_EQ(this->str(b), this->lit("jollo"));
+
+    S c = b;
+    c.unshare();
+    EXPECT_NE(c.c_str(), b.c_str());
+    const TypeParam* cBlock = c.c_str();
+    c.unshare();
+    EXPECT_EQ(c.c_str(), cBlock) << "an unshared block is not copied";
+}
+
+TYPED_TEST(StringTest, ResizeReusesAnUnsharedBlockAndOtherwiseMovesToAPowerOfTwo) {
+    using S = typename TestFixture::S;
+    S s = this->s("abcdef");  // capacity 7
+    const TypeParam* block = s.c_str();
+    s.resizeFor(3);
+    EXPECT_EQ(s.c_str(), block);
+    EXPECT_EQ(this->str(s), this->lit("abc"));
+    s.resizeFor(6);
+    EXPECT_EQ(s.c_str(), block);
+    EXPECT_EQ(s.c_str()[6], TypeParam(0));
+    s.resizeFor(7);  // no room left for the terminator
+    EXPECT_EQ(s.capacity(), 8u);
+    EXPECT_EQ(s.size(), 7u);
+
+    S shared = this->s("abcdef");
+    const S sharer = shared;
+    shared.resizeFor(2);  // would fit, but the block is shared
+    EXPECT_EQ(shared.capacity(), 4u);
+    EXPECT_EQ(this->str(sharer), this->lit("abcdef"));
+
+    S kept = this->s("hello");
+    kept.resize(3);
+    EXPECT_EQ(this->str(kept), this->lit("hel"));
+    kept.resize(10);
+    EXPECT_EQ(kept.capacity(), 16u);
+    EXPECT_EQ(kept.size(), 10u);
+    EXPECT_EQ(this->str(kept.substr(0, 3)), this->lit("hel"));
+    S sharesKept = kept;
+    kept.resize(2);
+    EXPECT_EQ(this->str(kept), this->lit("he"));
+    EXPECT_EQ(this->str(sharesKept.substr(0, 3)), this->lit("hel"));
+}
+
+TYPED_TEST(StringTest, JoinAndOwnBufferAsSource) {
+    using S = typename TestFixture::S;
+    const S joined = S::join(this->t("ab"), 2, this->t("cde"), 3);
+    EXPECT_EQ(this->str(joined), this->lit("abcde"));
+    EXPECT_EQ(joined.capacity(), 8u);
+    EXPECT_EQ(this->str(S::join(nullptr, 0, this->t("xy"), 2)), this->lit("xy"));
+    EXPECT_EQ(this->str(this->s("left") + this->s("right")), this->lit("leftright"));
+
+    S s = this->s("abc");  // full, so the append reads the old block while moving to a new one
+    s.append(s.c_str(), s.size());
+    EXPECT_EQ(this->str(s), this->lit("abcabc"));
+    s.append(s.c_str() + 1, 1);  // in place
+    s += s;
+    EXPECT_EQ(this->str(s), this->lit("abcabcbabcabcb"));
+
+    S text = this->s("hello world");
+    text.assign(text.c_str() + 6, 5);
+    EXPECT_EQ(this->str(text), this->lit("world"));
+    text.assign(text.c_str() + 1);
+    EXPECT_EQ(this->str(text), this->lit("orld"));
+    const S sharer = text;
+    text.assign(text.c_str() + 2, 2);
+    EXPECT_EQ(this->str(text), this->lit("ld"));
+    EXPECT_EQ(this->str(sharer), this->lit("orld"));
+}
+
+TYPED_TEST(StringTest, NullAndEmptyCompareEqual) {
+    using S = typename TestFixture::S;
+    const TypeParam* const null = nullptr;
+    EXPECT_EQ(S::compare(null, this->t("a")), -1);
+    EXPECT_EQ(S::compare(this->t("a"), null), 1);
+    EXPECT_EQ(S::compare(null, this->t("")), 0);
+    EXPECT_EQ(S::compare(this->t(""), null), 0);
+    EXPECT_LT(S::compare(this->t("ab"), this->t("abc")), 0);
+    EXPECT_GT(S::compare(this->t("abd"), this->t("abc")), 0);
+
+    EXPECT_TRUE(S() == this->s(""));
+    EXPECT_TRUE(S() == null);
+    EXPECT_TRUE(this->s("abc") == this->s("abc"));
+    EXPECT_TRUE(this->s("abc") != this->s("abcd"));
+    EXPECT_TRUE(this->s("a") != null);
+    EXPECT_TRUE(S() < this->s("a"));
+    EXPECT_FALSE(S() < this->s(""));
+
+    std::map<S, int> byName{{this->s("pear"), 1}, {S(), 2}, {this->s("Zebra"), 3}};
+    byName[this->s("")] = 4;
+    std::vector<typename TestFixture::Std> keys;
+    for (const auto& entry : byName) keys.push_back(this->str(entry.first));
+    EXPECT_EQ(keys,
+              (std::vector<typename TestFixture::Std>{this->lit(""), this->lit("Zebra"), this->lit("pear")}));
+    EXPECT_EQ(byName[S()], 4);
+}
+
+// Threads copy, read and release strings that share one block while each changes private copies.
+TYPED_TEST(StringTest, ThreadsShareOneBlockSafely) {
+    using S = typename TestFixture::S;
+    const S shared = this->s("the quick brown fox");
+    const auto expected = this->str(shared);
+    std::atomic<int> faults{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 3000; ++i) {
+                const S copy = shared;
+                S changed = copy;
+                changed[0] = TypeParam('T');            // unshares
+                changed.push_back(TypeParam('a' + t));  // grows its own block
+                changed += copy;                        // reads the shared block
+                S emptied = copy;
+                emptied.resizeFor(0);
+                faults += this->str(copy) != expected;
+                faults += changed.size() != 2 * expected.size() + 1 || changed[0] != TypeParam('T');
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(faults.load(), 0);
+    EXPECT_EQ(shared.refCount(), 1);
+}
+
+TEST(CaseInsensitiveCompare, MapKeysIgnoreCase) {
+    std::map<LightweightString<char>, int, Qv::caseInsensitiveCompare> values;
+    values["Width"] = 1;
+    values["WIDTH"] = 2;
+    values["height"] = 3;
+    values[LightweightString<char>()] = 4;
+    values[""] = 5;
+    std::vector<std::string> order;
+    for (const auto& entry : values) order.emplace_back(entry.first.c_str());
+    EXPECT_EQ(order, (std::vector<std::string>{"", "height", "Width"}));
+    EXPECT_EQ(values["width"], 2);
+    EXPECT_EQ(values[""], 5);
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+// Logging, the fatal-error reporter, the assertion line and the runtime error type.
+
+#include <platform/Assert.h>
+#include <platform/Exception.h>
+#include <platform/Log.h>
+#include <platform/Paths.h>
+
+#include "support/TestHome.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::string logFileText() {
+    const LightweightString<wchar_t> dir = getUserDataDirectory();
+    return oletest::readFile(std::string(dir.begin(), dir.end()) + "/ole.log");
+}
+
+TEST(Log, EachFunctionReachesItsDestinations) {
+    oletest::LogCapture capture;
+    testing::internal::CaptureStderr();
+    Log("file entry %d", 17);
+    LogBoth("both entry %s", "x1");
+    ole_splat("fatal entry %d", 99);  // reports and returns
+    DebugOut("debug entry %c", 'q');
+    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string file = logFileText();
+
+    for (const char* text : {"file entry 17", "both entry x1", "fatal entry 99"}) {
+        EXPECT_TRUE(capture.contains(text)) << text;
+        EXPECT_NE(file.find(text), std::string::npos) << text;
+    }
+    EXPECT_EQ(err.find("file entry"), std::string::npos) << "Log writes the file only";
+    EXPECT_NE(err.find("both entry x1"), std::string::npos);
+    EXPECT_NE(err.find("fatal entry 99"), std::string::npos);
+    EXPECT_NE(err.find("debug entry q"), std::string::npos);
+    EXPECT_EQ(file.find("debug entry"), std::string::npos) << "DebugOut writes standard error only";
+}
+
+TEST(Log, ListenersAndLongAndConcurrentEntries) {
+    struct Keep : Qv::LogListener {
+        std::string text;
+        void logged(const char* piece) override { text += piece; }
+    } removed;
+    Qv::LogListener* before = Qv::setLogListener(&removed);
+    EXPECT_EQ(Qv::setLogListener(before), &removed);
+
+    oletest::LogCapture capture;
+    const std::string longText(6000, 'L');
+    Log("<%s>", longText.c_str());
+    EXPECT_TRUE(capture.contains("<" + longText + ">"));
+    EXPECT_TRUE(removed.text.empty()) << "a removed listener hears nothing";
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 50; ++i) Log("[worker %d entry %02d abcdefghijklmnopqrstuvwxyz]\n", t, i);
+        });
+    for (auto& thread : threads) thread.join();
+    const std::string file = logFileText();
+    for (int t = 0; t < 4; ++t) {
+        for (int i = 0; i < 50; ++i) {
+            char entry[64];
+            std::snprintf(entry, sizeof entry, "[worker %d entry %02d abcdefghijklmnopqrstuvwxyz]", t, i);
+            ASSERT_NE(file.find(entry), std::string::npos) << entry;
+        }
+    }
+}
+
+TEST(Assertion, PrintsTheExactLineAndReturnsTheValue) {
+    testing::internal::CaptureStdout();
+    const bool failed = Qv::check(false, "x > 0", "ole/misc/tccvt", 23);
+    const bool passed = Qv::check(true, "y > 0", "ole/misc/tccvt", 24);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "assertion failed x > 0 at ole/misc/tccvt line 23\n");
+    EXPECT_FALSE(failed);
+    EXPECT_TRUE(passed);
+}
+
+TEST(RuntimeError, CarriesMessageAndPlace) {
+    try {
+        throw Qv::Exception::RuntimeError("Recusive access to lock forbidden.", "ole/Qv/Cmd", 88);
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("Recusive access to lock forbidden."), std::string::npos);
+        const auto& error = dynamic_cast<const Qv::Exception::RuntimeError&>(e);
+        EXPECT_EQ(error.message(), "Recusive access to lock forbidden.");
+        EXPECT_STREQ(error.file(), "ole/Qv/Cmd");
+        EXPECT_EQ(error.line(), 88);
+    }
+}
+
+}  // namespace

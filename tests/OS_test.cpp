@@ -1,0 +1,149 @@
+// The operating-system layer: files, directories, atomic replacement, special directories, clock.
+
+#include <platform/OS.h>
+
+#include "support/TestHome.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+std::wstring wide(const std::string& s) {
+    return std::wstring(s.begin(), s.end());
+}
+const Qv::FileSystem& fs() {
+    return *OS()->fileSystem();
+}
+
+std::string readRest(const Qv::OSFile& file) {
+    std::string text;
+    char buffer[4];  // small, so that each read continues where the last stopped
+    for (long n; (n = file.read(buffer, sizeof buffer)) > 0;) text.append(buffer, std::size_t(n));
+    return text;
+}
+
+TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
+    const std::string path = oletest::makeTempDir("file") + "/data.bin";
+    {
+        Qv::OSFile out = fs().open(wide(path).c_str(), Qv::OSFile::Write);
+        ASSERT_TRUE(out.isOpen());
+        EXPECT_TRUE(out.write("hello world", 11));
+        EXPECT_TRUE(out.sync());
+    }
+    Qv::OSFile in = fs().open(wide(path).c_str(), Qv::OSFile::Read);
+    EXPECT_EQ(in.size(), 11);
+    EXPECT_TRUE(in.seek(6));
+    EXPECT_EQ(readRest(in), "world");
+    char five[5];
+    EXPECT_EQ(in.read(five, 5), 0) << "end of file";
+    EXPECT_FALSE(in.write("x", 1)) << "opened for reading only";
+    Qv::OSFile moved(std::move(in));
+    EXPECT_FALSE(in.isOpen());
+    EXPECT_TRUE(moved.seek(0));
+    EXPECT_EQ(readRest(moved), "hello world");
+
+    {
+        Qv::OSFile rw = fs().open(wide(path).c_str(), Qv::OSFile::ReadWrite);
+        EXPECT_TRUE(rw.seek(2) && rw.write("XY", 2));
+    }
+    EXPECT_TRUE(fs().open(wide(path).c_str(), Qv::OSFile::Append).write("!", 1));
+    EXPECT_EQ(oletest::readFile(path), "heXYo world!");
+    EXPECT_TRUE(fs().open(wide(path).c_str(), Qv::OSFile::Write).write("new", 3));
+    EXPECT_EQ(oletest::readFile(path), "new") << "writing starts the file afresh";
+
+    const std::wstring missing = wide(path + ".missing");
+    Qv::OSFile none = fs().open(missing.c_str(), Qv::OSFile::Read);
+    EXPECT_FALSE(none.isOpen());
+    EXPECT_EQ(none.read(five, 1), -1);
+    EXPECT_EQ(none.size(), -1);
+    EXPECT_FALSE(none.write("x", 1));
+    EXPECT_FALSE(fs().open(wide(path + "/below/a/file").c_str(), Qv::OSFile::Write).isOpen());
+}
+
+TEST(FileSystem, DirectoriesRenameAndRemove) {
+    const std::string root = oletest::makeTempDir("dirs");
+    const std::wstring deep = wide(root + "/a/b/c");
+    EXPECT_TRUE(fs().createDirectory(deep.c_str()));
+    EXPECT_TRUE(fs().isDirectory(deep.c_str()));
+    EXPECT_TRUE(fs().createDirectory(deep.c_str())) << "already there counts as success";
+
+    const std::string file = root + "/a/file";
+    ASSERT_TRUE(oletest::writeFile(file, "content"));
+    EXPECT_FALSE(fs().isDirectory(wide(file).c_str()));
+    EXPECT_FALSE(fs().createDirectory(wide(file).c_str())) << "a file is in the way";
+    EXPECT_FALSE(fs().createDirectory(wide(file + "/sub").c_str()));
+
+    const std::string renamed = root + "/a/b/renamed";
+    EXPECT_TRUE(fs().rename(wide(file).c_str(), wide(renamed).c_str()));
+    EXPECT_FALSE(fs().exists(wide(file).c_str()));
+    EXPECT_EQ(oletest::readFile(renamed), "content");
+    EXPECT_TRUE(fs().remove(wide(renamed).c_str()));
+    EXPECT_FALSE(fs().exists(wide(renamed).c_str()));
+    EXPECT_FALSE(fs().remove(wide(renamed).c_str()));
+    EXPECT_FALSE(fs().rename(wide(renamed).c_str(), wide(file).c_str()));
+}
+
+TEST(FileSystem, WriteAtomicallyReplacesContentAndLeavesNoTemporaries) {
+    const std::string dir = oletest::makeTempDir("atomic");
+    const std::wstring path = wide(dir + "/settings.cfg");
+    EXPECT_TRUE(fs().writeAtomically(path.c_str(), "first version, longer", 21));
+    EXPECT_TRUE(fs().writeAtomically(path.c_str(), "second", 6));
+    EXPECT_EQ(oletest::readFile(dir + "/settings.cfg"), "second");
+
+    EXPECT_FALSE(fs().writeAtomically(wide(dir + "/absent/x.cfg").c_str(), "x", 1));
+    // A directory in the way: the data is written but cannot replace it, and the temporary goes.
+    ASSERT_TRUE(fs().createDirectory(wide(dir + "/taken/inner").c_str()));
+    EXPECT_FALSE(fs().writeAtomically(wide(dir + "/taken").c_str(), "x", 1));
+    EXPECT_EQ(oletest::listDirectory(dir), (Names{"settings.cfg", "taken"}));
+
+    // Writers on several threads each leave one whole version.
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([&, t] {
+            const std::string content(1000, char('a' + t));
+            for (int i = 0; i < 5; ++i) fs().writeAtomically(path.c_str(), content.data(), content.size());
+        });
+    }
+    for (auto& w : writers) w.join();
+    const std::string last = oletest::readFile(dir + "/settings.cfg");
+    ASSERT_EQ(last.size(), 1000u);
+    EXPECT_EQ(last, std::string(1000, last[0]));
+    EXPECT_EQ(oletest::listDirectory(dir), (Names{"settings.cfg", "taken"}));
+}
+
+TEST(OperatingSystem, RegistrySpecialDirectoriesAndClock) {
+    char buffer[64] = "untouched";
+    EXPECT_FALSE(
+        OS()->registry()->getString("SOFTWARE\\Quorvane", "InstallDir", "64", buffer, sizeof buffer));
+
+    const std::wstring home = wide(std::getenv("QUORVANE_HOME"));
+    std::vector<std::wstring> seen;
+    for (int which : {Qv::kUserDataBase, Qv::kConfigBase, Qv::kMachineSettingsBase, Qv::kHomeBase}) {
+        wchar_t dir[1024];
+        ASSERT_TRUE(OS()->specialDirectory(which, dir, 1024)) << which;
+        EXPECT_EQ(std::wstring(dir).compare(0, home.size(), home), 0) << which;
+        seen.emplace_back(dir);
+    }
+    EXPECT_TRUE(seen[0] != seen[1] && seen[1] != seen[2] && seen[0] != seen[2]);
+    wchar_t small[4];
+    EXPECT_FALSE(OS()->specialDirectory(99, small, 4));
+
+    EXPECT_NEAR(OS()->clock()->now(), double(std::time(nullptr)), 60.0);
+    EXPECT_NEAR(double(OS()->clock()->secondsSinceEpoch()), OS()->clock()->now(), 60.0);
+    const uint64_t t0 = OS()->clock()->monotonicNanoseconds();
+    EXPECT_LE(t0, OS()->clock()->monotonicNanoseconds());
+    EXPECT_GE(OS()->threads()->processorCount(), 1u);
+    uint64_t otherId = 0;
+    std::thread([&] { otherId = OS()->threads()->currentThreadId(); }).join();
+    EXPECT_NE(otherId, OS()->threads()->currentThreadId());
+}
+
+}  // namespace

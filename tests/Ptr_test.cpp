@@ -1,0 +1,249 @@
+// Qv::Ptr: sharing, release and destruction with the count inside the object or beside it.
+
+#include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Ptr.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Counts live objects so that a leak or a double delete shows as a wrong number.
+struct Tracked : iObject {
+    static inline int live = 0;
+    static inline int destroyed = 0;
+    int value;
+    explicit Tracked(int v = 0) : value(v) { ++live; }
+    ~Tracked() override {
+        --live;
+        ++destroyed;
+    }
+};
+struct TrackedChild : Tracked {
+    static inline int childDestroyed = 0;
+    using Tracked::Tracked;
+    ~TrackedChild() override { ++childDestroyed; }
+};
+template <class Traits>
+struct Node : Tracked {
+    using Tracked::Tracked;
+    Qv::Ptr<Node, Qv::DtorTraits, Traits> next;
+};
+// An object reached through two interfaces; iObject's count base is virtual, so there is one count.
+struct FaceA : iObject {};
+struct FaceB : iObject {};
+struct BothFaces : FaceA, FaceB, Tracked {};
+
+static_assert(sizeof(Qv::Ptr<Tracked>) == 2 * sizeof(void*));
+static_assert(sizeof(Qv::Ptr<Tracked, Qv::DtorTraits, Qv::ExternalRefCountTraits>) == 2 * sizeof(void*));
+static_assert(sizeof(LightweightString<wchar_t>::ImplPtr) == 2 * sizeof(void*));
+static_assert(std::has_virtual_destructor_v<Qv::InternalRefCount>);
+static_assert(std::is_convertible_v<BothFaces*, Qv::InternalRefCount*>, "one count base, not two");
+static_assert(!std::is_convertible_v<Tracked*, Qv::Ptr<Tracked>>, "adopting a raw pointer is explicit");
+static_assert(std::is_convertible_v<Qv::Ptr<TrackedChild>, Qv::Ptr<Tracked>>);
+static_assert(!std::is_convertible_v<Qv::Ptr<Tracked>, Qv::Ptr<TrackedChild>>);
+static_assert(std::is_nothrow_move_constructible_v<Qv::Ptr<Tracked>>);
+
+// The two words of a pointer in memory order.
+using Words = std::pair<void*, void*>;
+const Words kNull(nullptr, nullptr);
+template <class P>
+Words wordsOf(const P& p) {
+    void* words[2];
+    std::memcpy(words, static_cast<const void*>(&p), sizeof words);
+    return {words[0], words[1]};
+}
+
+class TrackedTest : public ::testing::Test {
+protected:
+    void SetUp() override { Tracked::live = Tracked::destroyed = TrackedChild::childDestroyed = 0; }
+    void TearDown() override { EXPECT_EQ(Tracked::live, 0) << "objects leaked"; }
+};
+
+template <class Traits>
+class PtrTest : public TrackedTest {
+protected:
+    using P = Qv::Ptr<Tracked, Qv::DtorTraits, Traits>;
+};
+using CountTraits = ::testing::Types<Qv::InternalRefCountTraits, Qv::ExternalRefCountTraits>;
+TYPED_TEST_SUITE(PtrTest, CountTraits);
+
+TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
+    using P = typename TestFixture::P;
+    P null;
+    EXPECT_EQ(wordsOf(null), kNull);
+    EXPECT_EQ(null.decRef(), 0);
+    EXPECT_TRUE(P(static_cast<Tracked*>(nullptr)) == nullptr);
+
+    Tracked* object = new Tracked(7);
+    {
+        P a(object);
+        EXPECT_EQ(wordsOf(a), Words(a.countPtr(), object)) << "count pointer first, object second";
+        if (std::is_same_v<TypeParam, Qv::InternalRefCountTraits>)
+            EXPECT_EQ(a.countPtr(), object->refCountPtr());
+        else
+            EXPECT_EQ(object->refCount(), 0) << "an external count never touches the object";
+        P b(a);
+        P c = b;
+        EXPECT_EQ(wordsOf(c), wordsOf(a));
+        EXPECT_EQ(a.refCount(), 3);
+        c.reset();
+        EXPECT_EQ(wordsOf(c), kNull);
+        EXPECT_EQ(a.refCount(), 2);
+    }
+    EXPECT_EQ(Tracked::destroyed, 1);
+}
+
+TYPED_TEST(PtrTest, AssignmentNeverDestroysWhatItStillHolds) {
+    using P = typename TestFixture::P;
+    P a(new Tracked(1));
+    const P& alias = a;
+    a = alias;  // sole owner assigned to itself
+    P b(a);
+    a = b;
+    EXPECT_EQ(Tracked::live, 1);
+    EXPECT_EQ(a.refCount(), 2);
+
+    P other(new Tracked(2));
+    a = other;
+    EXPECT_EQ(b.refCount(), 1);
+    b = other;  // the last share of the first object goes
+    EXPECT_EQ(Tracked::destroyed, 1);
+    EXPECT_EQ(other.refCount(), 3);
+
+    // The incoming pointer lives inside the object that the assignment releases.
+    using NodeP = Qv::Ptr<Node<TypeParam>, Qv::DtorTraits, TypeParam>;
+    NodeP head(new Node<TypeParam>(1));
+    head->next = NodeP(new Node<TypeParam>(2));
+    head->next->next = NodeP(new Node<TypeParam>(3));
+    head = head->next;
+    ASSERT_TRUE(head);
+    EXPECT_EQ(head->value, 2);
+    EXPECT_EQ(head.refCount(), 1);
+    head = std::move(head->next);
+    ASSERT_TRUE(head);
+    EXPECT_EQ(head->value, 3);
+    EXPECT_EQ(Tracked::destroyed, 3);
+}
+
+TYPED_TEST(PtrTest, ConvertingCopyAndMove) {
+    using P = typename TestFixture::P;
+    P base;
+    {
+        Qv::Ptr<TrackedChild, Qv::DtorTraits, TypeParam> child(new TrackedChild(5));
+        P converted(child);
+        EXPECT_EQ(converted.countPtr(), child.countPtr());
+        base = child;
+        EXPECT_EQ(child.refCount(), 3);
+    }
+    P moved(std::move(base));
+    EXPECT_EQ(wordsOf(base), kNull);
+    EXPECT_EQ(moved.refCount(), 1);
+    P target(new Tracked(6));
+    target = std::move(moved);
+    EXPECT_EQ(Tracked::destroyed, 1) << "the move released the target's old object";
+    EXPECT_EQ(target->value, 5);
+    target.reset();
+    EXPECT_EQ(TrackedChild::childDestroyed, 1) << "released through the base, destroyed as the derived type";
+}
+
+TYPED_TEST(PtrTest, DecRefClearsTheWordsOnlyAtZero) {
+    using P = typename TestFixture::P;
+    P a(new Tracked(1));
+    P b(a);
+    const Words words = wordsOf(b);
+    EXPECT_EQ(b.decRef(), 1);
+    EXPECT_EQ(wordsOf(b), words);
+    EXPECT_EQ(Tracked::live, 1);
+    b.incRef();  // b still believes it holds a reference; give it back
+    b.reset();
+    EXPECT_EQ(a.decRef(), 0);
+    EXPECT_EQ(wordsOf(a), kNull);
+    EXPECT_EQ(Tracked::destroyed, 1);
+    EXPECT_EQ(a.decRef(), 0);
+    EXPECT_EQ(Tracked::destroyed, 1);
+}
+
+TYPED_TEST(PtrTest, CopiesAndReleasesFromSeveralThreads) {
+    using P = typename TestFixture::P;
+    constexpr int kThreads = 4;
+    P shared(new Tracked(42));
+    std::atomic<int> ready{0}, badReads{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            for (++ready; ready.load() < kThreads;) std::this_thread::yield();
+            std::vector<P> held;
+            for (int i = 0; i < 50000; ++i) {
+                held.push_back(shared);
+                badReads += held.back()->value != 42;
+                if (held.size() == 16) held.clear();
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(badReads.load(), 0);
+    EXPECT_EQ(shared.refCount(), 1);
+    EXPECT_EQ(Tracked::live, 1);
+
+    // Every thread drops one of the last references at once: exactly one of them destroys.
+    std::vector<P> lastOwners(kThreads, shared);
+    shared.reset();
+    std::atomic<bool> go{false};
+    threads.clear();
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            while (!go.load()) std::this_thread::yield();
+            lastOwners[t].reset();
+        });
+    }
+    go = true;
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(Tracked::destroyed, 1);
+}
+
+using PtrInternalCount = TrackedTest;
+
+TEST_F(PtrInternalCount, EveryPointerToTheObjectUsesItsOneCount) {
+    Qv::Ptr<Tracked> a = Qv::makePtr<Tracked>(3);
+    Qv::Ptr<Tracked> rewrapped(a.get());
+    EXPECT_EQ(a.refCount(), 2);
+    a.reset();
+    EXPECT_EQ(Tracked::live, 1);
+    rewrapped.reset();
+
+    BothFaces* both = new BothFaces;
+    Qv::Ptr<FaceA> viaA(both);
+    Qv::Ptr<FaceB> viaB(both);
+    EXPECT_EQ(viaA.countPtr(), viaB.countPtr());
+    viaA.reset();
+    EXPECT_EQ(Tracked::live, 1);
+    viaB.reset();
+    EXPECT_EQ(Tracked::destroyed, 2);
+}
+
+// The destruction policy is the pointer's DtorTraits, used once when the count reaches zero.
+struct CountingDtor {
+    static inline int calls = 0;
+    template <class T>
+    static void destroy(T* object) noexcept {
+        ++calls;
+        delete object;
+    }
+};
+
+TEST_F(PtrInternalCount, DtorTraitsRunOnceAtZero) {
+    {
+        Qv::Ptr<Tracked, CountingDtor> a(new Tracked);
+        Qv::Ptr<Tracked, CountingDtor> b(a);
+        a.reset();
+        EXPECT_EQ(CountingDtor::calls, 0);
+    }
+    EXPECT_EQ(CountingDtor::calls, 1);
+}
+
+}  // namespace

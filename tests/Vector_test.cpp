@@ -1,0 +1,102 @@
+// LightweightVector: one storage shared by every holder, no copy-on-write.
+
+#include <ole/Qv/Vector.h>
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace {
+
+static_assert(std::is_base_of_v<iObject, LightweightVector<int>>);
+
+using Ints = std::vector<int>;
+Ints items(const LightweightVector<int>& v) {
+    return Ints(v.begin(), v.end());
+}
+LightweightVector<int> make(std::initializer_list<int> values) {
+    LightweightVector<int> v(values.size());
+    for (int value : values) v.push_back(value);
+    return v;
+}
+
+TEST(LightweightVector, EveryHolderSeesEveryChange) {
+    LightweightVector<int> a = make({1});
+    LightweightVector<int> copy(a);
+    LightweightVector<int> assigned = make({99});
+    assigned = a;
+    copy.push_back(2);
+    assigned[0] = 10;
+    EXPECT_EQ(items(a), (Ints{10, 2}));
+    a.clear();
+    EXPECT_TRUE(copy.empty());
+    EXPECT_TRUE(assigned.empty());
+
+    // copyFrom copies elements into this storage, which its own holders then see.
+    const LightweightVector<int> source = make({1, 2, 3});
+    LightweightVector<int> target = make({9});
+    const LightweightVector<int> targetHolder(target);
+    target.copyFrom(source);
+    EXPECT_EQ(items(targetHolder), (Ints{1, 2, 3}));
+    target.push_back(4);
+    EXPECT_EQ(source.size(), 3u) << "the source's storage is not shared";
+    target.copyFrom(targetHolder);
+    EXPECT_EQ(items(target), (Ints{1, 2, 3, 4}));
+
+    // operator+= appends, also from itself.
+    LightweightVector<int> v = make({1, 2});
+    v += v;
+    v += make({3});
+    EXPECT_EQ(items(v), (Ints{1, 2, 1, 2, 3}));
+}
+
+TEST(LightweightVector, RemoveIgnoresIndicesOutOfRange) {
+    LightweightVector<int> v = make({1, 2, 3, 4});
+    v.remove(1);
+    v.remove(3);  // one past the end
+    v.remove(1000);
+    EXPECT_EQ(items(v), (Ints{1, 3, 4}));
+    v.erase(v.begin(), v.begin() + 2);
+    EXPECT_EQ(items(v), (Ints{4}));
+    v.remove(0);
+    v.remove(0);
+    EXPECT_TRUE(v.empty());
+}
+
+TEST(LightweightVector, EqualityComparesElements) {
+    EXPECT_TRUE(make({}) == make({}));
+    EXPECT_TRUE(make({1, 2}) == make({1, 2}));
+    EXPECT_TRUE(make({1, 2}) != make({2, 1}));
+    EXPECT_TRUE(make({1, 2}) != make({1, 2, 3}));
+    EXPECT_TRUE(make({4, 8}).contains(8));
+    EXPECT_FALSE(make({4, 8}).contains(5));
+    EXPECT_FALSE(make({}).contains(0));
+}
+
+// Elements are released with the last holder of the storage, and only then.
+struct Element : iObject {
+    static inline int live = 0;
+    Element() { ++live; }
+    ~Element() override { --live; }
+};
+
+TEST(LightweightVector, ElementsLiveAsLongAsTheStorage) {
+    {
+        LightweightVector<Qv::Ptr<Element>> outer;
+        {
+            LightweightVector<Qv::Ptr<Element>> v;
+            v.push_back(Qv::makePtr<Element>());
+            v.push_back(Qv::makePtr<Element>());
+            outer = v;
+            LightweightVector<Qv::Ptr<Element>> copied;
+            copied.copyFrom(v);
+            EXPECT_EQ(v[0].refCount(), 2);
+        }
+        EXPECT_EQ(Element::live, 2);
+        outer.remove(0);
+        EXPECT_EQ(Element::live, 1);
+    }
+    EXPECT_EQ(Element::live, 0);
+}
+
+}  // namespace
