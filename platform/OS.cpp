@@ -166,7 +166,14 @@ std::string nameFor(int fd, const std::string& target, const std::string& existi
 
 bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
     if (!path || !*path) return false;
-    const std::string target = platform::narrow(path);
+    std::string target = platform::narrow(path);
+    // A link is written through, so it keeps pointing at the file; an existing file keeps its mode.
+    if (char* resolved = ::realpath(target.c_str(), nullptr)) {
+        target = resolved;
+        std::free(resolved);
+    }
+    struct stat existing;
+    const mode_t mode = ::stat(target.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644;
     const std::string dir = directoryPart(target);
     // The data goes to an unnamed file in the target's directory, so a crash while writing leaves nothing
     // behind; where the file system cannot make one, to a named temporary file instead.
@@ -176,8 +183,8 @@ bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::siz
         tempName = target + ".XXXXXX";
         fd = ::mkostemp(tempName.data(), O_CLOEXEC);
         if (fd < 0) return false;
-        ::fchmod(fd, 0644);
     }
+    ::fchmod(fd, mode);
     OSFile file(fd);
     bool done = file.write(data, bytes) && file.sync();
     const std::string written = done ? nameFor(fd, target, tempName) : tempName;

@@ -69,6 +69,8 @@ public:
     bool rename(const wchar_t* from, const wchar_t* to) const;
     // Replaces the file's whole content so that a crash at any moment leaves either the old or the new
     // content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
+    // An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
+    // a new file gets mode 0644.
     bool writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const;
     static constexpr wchar_t separator() { return L'/'; }
 };
