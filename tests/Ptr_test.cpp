@@ -41,12 +41,10 @@ struct BothFaces : FaceA, FaceB, Tracked {};
 static_assert(sizeof(Qv::Ptr<Tracked>) == 2 * sizeof(void*));
 static_assert(sizeof(Qv::Ptr<Tracked, Qv::DtorTraits, Qv::ExternalRefCountTraits>) == 2 * sizeof(void*));
 static_assert(sizeof(LightweightString<wchar_t>::ImplPtr) == 2 * sizeof(void*));
-static_assert(std::has_virtual_destructor_v<Qv::InternalRefCount>);
 static_assert(std::is_convertible_v<BothFaces*, Qv::InternalRefCount*>, "one count base, not two");
 static_assert(!std::is_convertible_v<Tracked*, Qv::Ptr<Tracked>>, "adopting a raw pointer is explicit");
 static_assert(std::is_convertible_v<Qv::Ptr<TrackedChild>, Qv::Ptr<Tracked>>);
 static_assert(!std::is_convertible_v<Qv::Ptr<Tracked>, Qv::Ptr<TrackedChild>>);
-static_assert(std::is_nothrow_move_constructible_v<Qv::Ptr<Tracked>>);
 
 // The two words of a pointer in memory order.
 using Words = std::pair<void*, void*>;
@@ -93,7 +91,16 @@ TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
         EXPECT_EQ(a.refCount(), 3);
         c.reset();
         EXPECT_EQ(wordsOf(c), kNull);
-        EXPECT_EQ(a.refCount(), 2);
+        // decRef keeps the words until the count reaches zero.
+        const Words words = wordsOf(b);
+        EXPECT_EQ(b.decRef(), 1);
+        EXPECT_EQ(wordsOf(b), words);
+        b.incRef();
+        b.reset();
+        EXPECT_EQ(Tracked::destroyed, 0);
+        EXPECT_EQ(a.decRef(), 0);
+        EXPECT_EQ(wordsOf(a), kNull);
+        EXPECT_EQ(a.decRef(), 0);
     }
     EXPECT_EQ(Tracked::destroyed, 1);
 }
@@ -151,23 +158,6 @@ TYPED_TEST(PtrTest, ConvertingCopyAndMove) {
     EXPECT_EQ(TrackedChild::childDestroyed, 1) << "released through the base, destroyed as the derived type";
 }
 
-TYPED_TEST(PtrTest, DecRefClearsTheWordsOnlyAtZero) {
-    using P = typename TestFixture::P;
-    P a(new Tracked(1));
-    P b(a);
-    const Words words = wordsOf(b);
-    EXPECT_EQ(b.decRef(), 1);
-    EXPECT_EQ(wordsOf(b), words);
-    EXPECT_EQ(Tracked::live, 1);
-    b.incRef();  // b still believes it holds a reference; give it back
-    b.reset();
-    EXPECT_EQ(a.decRef(), 0);
-    EXPECT_EQ(wordsOf(a), kNull);
-    EXPECT_EQ(Tracked::destroyed, 1);
-    EXPECT_EQ(a.decRef(), 0);
-    EXPECT_EQ(Tracked::destroyed, 1);
-}
-
 TYPED_TEST(PtrTest, CopiesAndReleasesFromSeveralThreads) {
     using P = typename TestFixture::P;
     constexpr int kThreads = 4;
@@ -207,6 +197,13 @@ TYPED_TEST(PtrTest, CopiesAndReleasesFromSeveralThreads) {
 }
 
 using PtrInternalCount = TrackedTest;
+struct CountingDtor {
+    static inline int calls = 0;
+    static void destroy(Tracked* object) noexcept {
+        ++calls;
+        delete object;
+    }
+};
 
 TEST_F(PtrInternalCount, EveryPointerToTheObjectUsesItsOneCount) {
     Qv::Ptr<Tracked> a = Qv::makePtr<Tracked>(3);
@@ -224,23 +221,12 @@ TEST_F(PtrInternalCount, EveryPointerToTheObjectUsesItsOneCount) {
     EXPECT_EQ(Tracked::live, 1);
     viaB.reset();
     EXPECT_EQ(Tracked::destroyed, 2);
-}
 
-// The destruction policy is the pointer's DtorTraits, used once when the count reaches zero.
-struct CountingDtor {
-    static inline int calls = 0;
-    template <class T>
-    static void destroy(T* object) noexcept {
-        ++calls;
-        delete object;
-    }
-};
-
-TEST_F(PtrInternalCount, DtorTraitsRunOnceAtZero) {
+    // The pointer's DtorTraits destroy, once, when the count reaches zero.
     {
-        Qv::Ptr<Tracked, CountingDtor> a(new Tracked);
-        Qv::Ptr<Tracked, CountingDtor> b(a);
-        a.reset();
+        Qv::Ptr<Tracked, CountingDtor> c(new Tracked);
+        Qv::Ptr<Tracked, CountingDtor> d(c);
+        c.reset();
         EXPECT_EQ(CountingDtor::calls, 0);
     }
     EXPECT_EQ(CountingDtor::calls, 1);

@@ -67,8 +67,7 @@ TEST(Event, ManualResetStaysSetUntilReset) {
     Qv::Event event(true);
     EXPECT_FALSE(event.wait(0));
     event.set();
-    EXPECT_TRUE(event.wait(0));
-    EXPECT_TRUE(event.wait(0));
+    EXPECT_TRUE(event.wait(0) && event.wait(0));
     event.reset();
     EXPECT_FALSE(event.isSet());
     EXPECT_TRUE(Qv::Event(true, true).wait(0));
