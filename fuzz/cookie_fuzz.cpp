@@ -3,7 +3,7 @@
 
 #include <ole/misc/Cookie.h>
 #include <ole/misc/IdStamp.h>
-#include <platform/Exception.h>
+#include <ole/platform/Exception.h>
 
 #include <cstddef>
 #include <cstdint>

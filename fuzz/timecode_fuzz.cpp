@@ -6,7 +6,7 @@
 #include <ole/misc/outputformat.h>
 #include <ole/misc/tccvt.h>
 
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -2,7 +2,13 @@
 
 // Everything libole exports.
 
-#include <ole/export.h>
+// Platform floor
+#include <ole/platform/export.h>
+#include <ole/platform/OS.h>
+#include <ole/platform/Threads.h>
+#include <ole/platform/UUID.h>
+#include <ole/platform/Exception.h>
+#include <ole/platform/Assert.h>
 
 // Core types
 #include <ole/Qv/Ptr.h>
@@ -11,16 +17,11 @@
 #include <ole/Qv/DLList.h>
 #include <ole/Qv/XY.h>
 
-// Platform layer and runtime
-#include <platform/OS.h>
-#include <platform/Threads.h>
-#include <platform/UUID.h>
-#include <platform/Exception.h>
-#include <platform/Assert.h>
-#include <platform/Log.h>
-#include <platform/Strings.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Paths.h>
+// Runtime pieces on the core strings
+#include <ole/runtime/Log.h>
+#include <ole/runtime/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Paths.h>
 
 // Notification
 #include <ole/misc/Notifier.h>

@@ -1,4 +1,4 @@
-#include <platform/Assert.h>
+#include <ole/platform/Assert.h>
 
 #include <cstdio>
 

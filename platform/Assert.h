@@ -5,7 +5,7 @@
 // on standard output and the caller goes on with its fallback value; nothing aborts. The condition text and
 // the source position are passed explicitly because callers and logs match on them.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 namespace Qv {
 

@@ -1,4 +1,4 @@
-#include <platform/Exception.h>
+#include <ole/platform/Exception.h>
 
 namespace Qv {
 namespace Exception {

@@ -3,7 +3,7 @@
 // The one exception type of the library: a runtime error raised for range errors and for forbidden
 // recursive use of a thread-safe queue. It records where it was raised.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <stdexcept>
 #include <string>

@@ -1,6 +1,6 @@
-#include <platform/OS.h>
+#include <ole/platform/OS.h>
 
-#include "PlatformInternal.h"
+#include "internal/Text.h"
 
 #include <atomic>
 #include <cerrno>
@@ -9,6 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <dirent.h>
+#include <fnmatch.h>
+#include <memory>
 #include <fcntl.h>
 #include <libgen.h>
 #include <string>
@@ -34,11 +37,15 @@ void* Allocator::allocate(std::size_t bytes) const {
     return block;
 }
 
-void Allocator::free(void* block) const noexcept { std::free(block); }
+void Allocator::free(void* block) const noexcept {
+    std::free(block);
+}
 
 // --- OSFile ---------------------------------------------------------------------------------------------
 
-OSFile::OSFile(OSFile&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+OSFile::OSFile(OSFile&& other) noexcept : fd_(other.fd_) {
+    other.fd_ = -1;
+}
 
 OSFile& OSFile::operator=(OSFile&& other) noexcept {
     if (this != &other) {
@@ -49,7 +56,9 @@ OSFile& OSFile::operator=(OSFile&& other) noexcept {
     return *this;
 }
 
-OSFile::~OSFile() { close(); }
+OSFile::~OSFile() {
+    close();
+}
 
 long OSFile::read(void* buffer, std::size_t bytes) const {
     if (fd_ < 0) return -1;
@@ -76,7 +85,9 @@ bool OSFile::write(const void* data, std::size_t bytes) const {
     return true;
 }
 
-bool OSFile::seek(int64_t offset) const { return fd_ >= 0 && ::lseek(fd_, offset, SEEK_SET) == offset; }
+bool OSFile::seek(int64_t offset) const {
+    return fd_ >= 0 && ::lseek(fd_, offset, SEEK_SET) == offset;
+}
 
 int64_t OSFile::size() const {
     struct stat st;
@@ -84,7 +95,9 @@ int64_t OSFile::size() const {
     return st.st_size;
 }
 
-bool OSFile::sync() const { return fd_ >= 0 && ::fsync(fd_) == 0; }
+bool OSFile::sync() const {
+    return fd_ >= 0 && ::fsync(fd_) == 0;
+}
 
 void OSFile::close() noexcept {
     if (fd_ >= 0) ::close(fd_);
@@ -97,10 +110,18 @@ OSFile FileSystem::open(const wchar_t* path, OSFile::Mode mode) const {
     if (!path || !*path) return OSFile();
     int flags = O_CLOEXEC;
     switch (mode) {
-        case OSFile::Read: flags |= O_RDONLY; break;
-        case OSFile::Write: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
-        case OSFile::ReadWrite: flags |= O_RDWR | O_CREAT; break;
-        case OSFile::Append: flags |= O_WRONLY | O_CREAT | O_APPEND; break;
+        case OSFile::Read:
+            flags |= O_RDONLY;
+            break;
+        case OSFile::Write:
+            flags |= O_WRONLY | O_CREAT | O_TRUNC;
+            break;
+        case OSFile::ReadWrite:
+            flags |= O_RDWR | O_CREAT;
+            break;
+        case OSFile::Append:
+            flags |= O_WRONLY | O_CREAT | O_APPEND;
+            break;
     }
     int fd;
     do {
@@ -141,6 +162,21 @@ bool FileSystem::rename(const wchar_t* from, const wchar_t* to) const {
     return from && to && ::rename(platform::narrow(from).c_str(), platform::narrow(to).c_str()) == 0;
 }
 
+std::vector<std::wstring> FileSystem::listDirectory(const wchar_t* dir, const wchar_t* pattern) const {
+    std::vector<std::wstring> names;
+    if (!dir) return names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(platform::narrow(dir).c_str()), ::closedir);
+    if (!stream) return names;
+    const std::string glob = platform::narrow(pattern);
+    while (const dirent* entry = ::readdir(stream.get())) {
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..") continue;
+        if (!glob.empty() && ::fnmatch(glob.c_str(), name.c_str(), 0) != 0) continue;
+        names.push_back(platform::wide(name));
+    }
+    return names;
+}
+
 namespace {
 
 std::string directoryPart(const std::string& path) {
@@ -155,7 +191,8 @@ std::string nameFor(int fd, const std::string& target, const std::string& existi
     static std::atomic<unsigned> serial{0};
     const std::string procPath = "/proc/self/fd/" + std::to_string(fd);
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::string name = target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(serial++);
+        const std::string name =
+            target + ".tmp" + std::to_string(::getpid()) + "-" + std::to_string(serial++);
         if (::linkat(AT_FDCWD, procPath.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) return name;
         if (errno != EEXIST) break;
     }
@@ -211,7 +248,9 @@ double Clock::now() const {
     return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
 }
 
-int64_t Clock::secondsSinceEpoch() const { return int64_t(::time(nullptr)); }
+int64_t Clock::secondsSinceEpoch() const {
+    return int64_t(::time(nullptr));
+}
 
 uint64_t Clock::monotonicNanoseconds() const {
     struct timespec ts;
@@ -228,11 +267,14 @@ unsigned ThreadServices::processorCount() const {
     return n > 0 ? unsigned(n) : 1u;
 }
 
-uint64_t ThreadServices::currentThreadId() const { return uint64_t(::syscall(SYS_gettid)); }
+uint64_t ThreadServices::currentThreadId() const {
+    return uint64_t(::syscall(SYS_gettid));
+}
 
 // --- Registry and special directories -------------------------------------------------------------------
 
-bool PlatformRegistry::getString(const char*, const char*, const char*, char* buffer, std::size_t size) const {
+bool PlatformRegistry::getString(const char*, const char*, const char*, char* buffer,
+                                 std::size_t size) const {
     if (buffer && size) buffer[0] = '\0';
     return false;
 }
@@ -257,19 +299,29 @@ static std::string specialDirectoryPath(int which) {
     const std::string root = platform::environment("QUORVANE_HOME");
     if (!root.empty()) {
         switch (which) {
-            case kUserDataBase: return root + "/data";
-            case kConfigBase: return root + "/config";
-            case kHomeBase: return root;
-            case kMachineSettingsBase: return root + "/state";
-            default: return std::string();
+            case kUserDataBase:
+                return root + "/data";
+            case kConfigBase:
+                return root + "/config";
+            case kHomeBase:
+                return root;
+            case kMachineSettingsBase:
+                return root + "/state";
+            default:
+                return std::string();
         }
     }
     switch (which) {
-        case kUserDataBase: return xdgDirectory("XDG_DATA_HOME", ".local/share");
-        case kConfigBase: return xdgDirectory("XDG_CONFIG_HOME", ".config");
-        case kHomeBase: return homeDirectory();
-        case kMachineSettingsBase: return xdgDirectory("XDG_STATE_HOME", ".local/state");
-        default: return std::string();
+        case kUserDataBase:
+            return xdgDirectory("XDG_DATA_HOME", ".local/share");
+        case kConfigBase:
+            return xdgDirectory("XDG_CONFIG_HOME", ".config");
+        case kHomeBase:
+            return homeDirectory();
+        case kMachineSettingsBase:
+            return xdgDirectory("XDG_STATE_HOME", ".local/state");
+        default:
+            return std::string();
     }
 }
 

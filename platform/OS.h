@@ -7,10 +7,12 @@
 // safe to call from any thread. File and directory calls take wide (UTF-32) paths and report failure
 // through their result, never by throwing.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace Qv {
 
@@ -19,7 +21,9 @@ class RefCountService {
 public:
     static void increment(int32_t* count) noexcept { __atomic_add_fetch(count, 1, __ATOMIC_RELAXED); }
     // Returns the new value. Release/acquire ordering makes the last owner see every earlier write.
-    static int32_t decrement(int32_t* count) noexcept { return __atomic_sub_fetch(count, 1, __ATOMIC_ACQ_REL); }
+    static int32_t decrement(int32_t* count) noexcept {
+        return __atomic_sub_fetch(count, 1, __ATOMIC_ACQ_REL);
+    }
     static int32_t value(const int32_t* count) noexcept { return __atomic_load_n(count, __ATOMIC_ACQUIRE); }
 };
 
@@ -67,6 +71,10 @@ public:
     bool createDirectory(const wchar_t* path) const;
     bool remove(const wchar_t* path) const;
     bool rename(const wchar_t* from, const wchar_t* to) const;
+    // The names (not paths) of the entries of `dir` other than "." and "..", in no particular order; with a
+    // non-empty `pattern` only those matching that shell wildcard ("*", "?", "[...]"). Nothing when the
+    // directory cannot be read.
+    std::vector<std::wstring> listDirectory(const wchar_t* dir, const wchar_t* pattern) const;
     // Replaces the file's whole content so that a crash at any moment leaves either the old or the new
     // content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
     // An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
@@ -94,9 +102,9 @@ public:
 // Well-known base directories. Each answers from the XDG environment, or from below $QUORVANE_HOME
 // when that is set, so that a whole installation (or a test) can be rooted in one directory.
 enum SpecialDirectory {
-    kUserDataBase = 1,      // $XDG_DATA_HOME, ~/.local/share
-    kConfigBase = 2,        // $XDG_CONFIG_HOME, ~/.config
-    kHomeBase = 3,          // $HOME
+    kUserDataBase = 1,        // $XDG_DATA_HOME, ~/.local/share
+    kConfigBase = 2,          // $XDG_CONFIG_HOME, ~/.config
+    kHomeBase = 3,            // $HOME
     kMachineSettingsBase = 4  // $XDG_STATE_HOME, ~/.local/state: settings that belong to this machine
 };
 
@@ -137,7 +145,9 @@ private:
 // The one operating-system layer of the process.
 extern OLE_API const OperatingSystem theOperatingSystem;
 
-inline const OperatingSystem* OS() noexcept { return &theOperatingSystem; }
+inline const OperatingSystem* OS() noexcept {
+    return &theOperatingSystem;
+}
 
 }  // namespace Qv
 

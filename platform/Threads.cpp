@@ -1,4 +1,4 @@
-#include <platform/Threads.h>
+#include <ole/platform/Threads.h>
 
 #include <chrono>
 #include <pthread.h>

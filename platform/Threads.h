@@ -7,7 +7,7 @@
 // time-out. Event follows the Windows model: manual-reset events stay set until reset, automatic-reset
 // events release one waiter and clear themselves. None of these objects may be copied.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <condition_variable>
 #include <cstdint>

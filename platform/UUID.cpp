@@ -1,4 +1,4 @@
-#include <platform/UUID.h>
+#include <ole/platform/UUID.h>
 
 #include <cstring>
 #include <uuid/uuid.h>

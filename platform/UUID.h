@@ -5,7 +5,7 @@
 // accepts either letter case and reads exactly 36 characters (anything after them is ignored). Text that
 // is not a UUID gives the nil value.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <cstdint>
 

@@ -2,8 +2,8 @@
 
 #include "support/TestHome.h"
 
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include <gtest/gtest.h>
 

@@ -2,11 +2,11 @@
 
 #include "support/TestHome.h"
 
-#include <platform/Exception.h>
-#include <platform/OS.h>
-#include <platform/Paths.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/platform/Exception.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include <gtest/gtest.h>
 

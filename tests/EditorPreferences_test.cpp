@@ -1,8 +1,8 @@
 #include <ole/misc/EditorPreferences.h>
 
 #include <ole/misc/TextFile.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/TestHome.h"
 

@@ -1,6 +1,6 @@
 #include <ole/misc/FrameRate.h>
 
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/StdoutCapture.h"
 

@@ -4,7 +4,7 @@
 
 #include <ole/misc/Cookie.h>
 #include <ole/misc/strmable.h>
-#include <platform/OS.h>
+#include <ole/platform/OS.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // Logging, the fatal-error reporter, the assertion line and the runtime error type.
 
-#include <platform/Assert.h>
-#include <platform/Exception.h>
-#include <platform/Log.h>
-#include <platform/Paths.h>
+#include <ole/platform/Assert.h>
+#include <ole/platform/Exception.h>
+#include <ole/runtime/Log.h>
+#include <ole/runtime/Paths.h>
 
 #include "support/TestHome.h"
 

@@ -1,6 +1,6 @@
 // The operating-system layer: files, directories, atomic replacement, special directories, clock.
 
-#include <platform/OS.h>
+#include <ole/platform/OS.h>
 
 #include "support/TestHome.h"
 

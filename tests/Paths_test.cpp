@@ -1,6 +1,6 @@
 // The product's directory layout and directory listings.
 
-#include <platform/Paths.h>
+#include <ole/runtime/Paths.h>
 
 #include "support/TestHome.h"
 

@@ -1,7 +1,7 @@
 // RegistryConfig: sections of named values, typed reads, and the file that keeps them.
 
-#include <platform/Paths.h>
-#include <platform/RegistryConfig.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/RegistryConfig.h>
 
 #include "support/TestHome.h"
 

@@ -1,6 +1,6 @@
 // String helpers of the runtime: UTF-8, suffixes, splitting, numbers.
 
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include <gtest/gtest.h>
 

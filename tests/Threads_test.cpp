@@ -1,6 +1,6 @@
 // Critical sections, timed mutexes, events and named threads of the operating-system layer.
 
-#include <platform/Threads.h>
+#include <ole/platform/Threads.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Qv::UUID: generation, the 36-character text form and ordering.
 
-#include <platform/UUID.h>
+#include <ole/platform/UUID.h>
 
 #include <gtest/gtest.h>
 

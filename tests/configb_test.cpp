@@ -4,8 +4,8 @@
 #include <ole/misc/Dirtiable.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/strp_field.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/TestHome.h"
 

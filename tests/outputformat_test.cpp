@@ -1,7 +1,7 @@
 #include <ole/misc/outputformat.h>
 
 #include <ole/misc/ProjectRate.h>
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/StdoutCapture.h"
 

@@ -2,7 +2,7 @@
 
 #include <ole/misc/filmgauge.h>
 
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/StdoutCapture.h"
 

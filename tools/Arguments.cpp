@@ -1,7 +1,7 @@
 #include "Arguments.h"
 
 #include <ole/misc/ProjectRate.h>
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include <cctype>
 #include <cerrno>

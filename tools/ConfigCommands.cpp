@@ -16,7 +16,7 @@
 #include <ole/misc/TextFile.h>
 #include <ole/misc/configb.h>
 #include <ole/misc/strp_field.h>
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include <cstdint>
 #include <memory>

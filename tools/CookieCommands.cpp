@@ -8,9 +8,9 @@
 #include <ole/misc/CookieJar.h>
 #include <ole/misc/IdStamp.h>
 #include <ole/misc/filmgauge.h>
-#include <platform/OS.h>
-#include <platform/Paths.h>
-#include <platform/RegistryConfig.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/RegistryConfig.h>
 
 #include <cstdint>
 #include <ctime>

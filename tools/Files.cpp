@@ -2,8 +2,8 @@
 
 #include "Output.h"
 
-#include <platform/OS.h>
-#include <platform/Strings.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Strings.h>
 
 #include <cerrno>
 #include <cstdio>

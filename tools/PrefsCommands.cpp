@@ -5,8 +5,8 @@
 #include "Files.h"
 
 #include <ole/misc/EditorPreferences.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include <climits>
 #include <map>

@@ -9,7 +9,7 @@
 // section, a message queue belongs to one thread). Appending a record that is already linked somewhere, or
 // removing one through a list it is not in, prints the assertion line and changes nothing.
 
-#include <platform/Assert.h>
+#include <ole/platform/Assert.h>
 
 #include <cstddef>
 

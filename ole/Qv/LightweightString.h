@@ -14,7 +14,7 @@
 // Thread safety: several threads may copy, read and release strings that share a block. One string object
 // must not be changed by two threads at once.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/Ptr.h>
 
 #include <cstdint>

@@ -9,8 +9,8 @@
 // from Qv::InternalRefCount) or in a separate integer that the pointer owns (ExternalRefCountTraits).
 // DtorTraits decide how the object goes when the count reaches zero (virtual delete for Qv::DtorTraits).
 
-#include <ole/export.h>
-#include <platform/OS.h>
+#include <ole/platform/export.h>
+#include <ole/platform/OS.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -7,7 +7,7 @@
 // Not thread-safe: one array belongs to one thread at a time. Comparing records of different kinds is a
 // programming error of the record classes.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <memory>
 #include <vector>

@@ -1,12 +1,12 @@
 #include <ole/misc/Cookie.h>
 
 #include <ole/misc/TextFile.h>
-#include <platform/Exception.h>
-#include <platform/Log.h>
-#include <platform/OS.h>
-#include <platform/Paths.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/platform/Exception.h>
+#include <ole/runtime/Log.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include <cerrno>
 #include <climits>

@@ -13,9 +13,9 @@
 // cached; the cache is written without a lock, so concurrent first calls may each run the lookup and store
 // the same result. Allocation of new serial numbers lives in CookieJar.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
-#include <platform/UUID.h>
+#include <ole/platform/UUID.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,12 +1,12 @@
 #include <ole/misc/CookieJar.h>
 
-#include <platform/Assert.h>
-#include <platform/Log.h>
-#include <platform/OS.h>
-#include <platform/Paths.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
-#include <platform/UUID.h>
+#include <ole/platform/Assert.h>
+#include <ole/runtime/Log.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
+#include <ole/platform/UUID.h>
 
 #include <cstdio>
 #include <cstdlib>

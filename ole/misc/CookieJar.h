@@ -12,7 +12,7 @@
 // The jar has no lock: allocation and flush must come from one thread at a time. Making the singleton is
 // thread-safe. Two processes on one machine sharing the file may hand out the same numbers.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/misc/Cookie.h>
 #include <ole/Qv/LightweightString.h>
 

@@ -2,7 +2,7 @@
 
 #include <ole/misc/GrowString.h>
 #include <ole/misc/strmable.h>
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
 #include <algorithm>
 

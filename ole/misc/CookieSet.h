@@ -14,7 +14,7 @@
 // cookies; a truncated stream stops the reading with STRM_FAILED. Not thread-safe: a collection belongs to
 // one thread at a time.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/misc/Array.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/ValServer.h>

@@ -5,7 +5,7 @@
 // dirty; the owner decides what "clean" means and clears the flag itself after saving. The owner is not
 // owned by its records and must outlive them. Not thread-safe.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 class OLE_API Dirtiable {
 public:

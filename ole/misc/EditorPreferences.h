@@ -24,7 +24,7 @@
 // without "=" are skipped when importing. Exporting into a file that already holds the section replaces
 // that section and keeps every other line; the file is replaced atomically (temporary file + rename).
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/Vector.h>

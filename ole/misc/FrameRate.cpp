@@ -1,8 +1,8 @@
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/FrameRateInternal.h>
 
-#include <platform/Assert.h>
-#include <platform/Strings.h>
+#include <ole/platform/Assert.h>
+#include <ole/runtime/Strings.h>
 
 namespace Qv {
 namespace FrameRateTable {

@@ -13,7 +13,7 @@
 // empty (after the library's assertion line). Parsing never throws; text that names no rate gives
 // FRInvalid. All functions are pure and thread-safe.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <cstdint>

@@ -6,7 +6,7 @@
 // Not thread-safe: one buffer belongs to one thread at a time. A null text appends nothing; a printf
 // format that cannot be formatted appends nothing.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <cstdarg>
 #include <cstddef>

@@ -2,9 +2,9 @@
 
 #include <ole/misc/Cookie.h>
 #include <ole/misc/strmable.h>
-#include <platform/Log.h>
-#include <platform/OS.h>
-#include <platform/Threads.h>
+#include <ole/runtime/Log.h>
+#include <ole/platform/OS.h>
+#include <ole/platform/Threads.h>
 
 #include <cstdlib>
 #include <cstring>

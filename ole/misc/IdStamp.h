@@ -12,7 +12,7 @@
 // lock, so threads making stamps at the same moment still get distinct ones. Parsing never fails: text
 // gives whatever hexadecimal digits it holds, null or empty text gives the null stamp.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <cstdint>

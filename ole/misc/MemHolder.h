@@ -5,7 +5,7 @@
 // it holds its own copy of the bytes. The bytes are read-only once made; a holder may be shared between
 // threads for reading.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/Ptr.h>
 
 #include <cstddef>

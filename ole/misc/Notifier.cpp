@@ -1,7 +1,7 @@
 #include <ole/misc/Notifier.h>
 
 #include <ole/misc/Cookie.h>
-#include <platform/Log.h>
+#include <ole/runtime/Log.h>
 
 #include <cctype>
 #include <cstring>

@@ -17,12 +17,12 @@
 // delivered one after the other, and a callback may register or deregister on the notifier that is calling
 // it. The message type dictionary has no lock and belongs to one thread (only its creation is safe).
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/DLList.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/Vector.h>
-#include <platform/Threads.h>
+#include <ole/platform/Threads.h>
 
 #include <atomic>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/FrameRateInternal.h>
 
-#include <platform/Assert.h>
+#include <ole/platform/Assert.h>
 
 #include <algorithm>
 #include <initializer_list>

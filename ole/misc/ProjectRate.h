@@ -8,7 +8,7 @@
 // library's assertion line and gives 0, and the results built on them (frame duration, the true rate of a
 // film rate) fall back to 0. Nothing throws; all functions are pure and thread-safe.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/misc/FrameRate.h>
 
 #include <utility>

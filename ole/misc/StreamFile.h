@@ -19,7 +19,7 @@
 // Thread safety: none; one stream belongs to one thread at a time. The stream owns its cache; views
 // returned by viewString() point into it and stay valid until the next write, assign() or clear().
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <cstddef>

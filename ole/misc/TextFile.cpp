@@ -1,6 +1,6 @@
 #include <ole/misc/TextFile.h>
 
-#include <platform/OS.h>
+#include <ole/platform/OS.h>
 
 #include <string>
 

@@ -5,7 +5,7 @@
 // atomically (temporary file + rename), so a crash never leaves it torn. A file that cannot be read loads
 // as no lines and load() says false.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <vector>

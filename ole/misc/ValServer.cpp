@@ -2,7 +2,7 @@
 
 #include <ole/Qv/LightweightString.h>
 #include <ole/misc/Cookie.h>
-#include <platform/Log.h>
+#include <ole/runtime/Log.h>
 
 // Start-up constants: the value messages are interned when the library loads, in this order.
 const int ValServerBase::valChangedMsgType_ = NotifyMsgTypeDictionary::instance().intern("ValChange");

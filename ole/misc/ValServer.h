@@ -15,9 +15,9 @@
 // value itself is not locked: writers on several threads must agree among themselves. Clients and
 // MultiValClient's lists belong to one thread. The register of the last constructed server is per thread.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/misc/Notifier.h>
-#include <platform/Assert.h>
+#include <ole/platform/Assert.h>
 
 // How a value changes. Kinds 0 and 3 announce the change beforehand with "PreValChange".
 enum DataChangeType {

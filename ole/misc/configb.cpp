@@ -5,8 +5,8 @@
 #include <ole/misc/IdStamp.h>
 #include <ole/misc/strmable.h>
 #include <ole/misc/strp_field.h>
-#include <platform/RegistryConfig.h>
-#include <platform/Strings.h>
+#include <ole/runtime/RegistryConfig.h>
+#include <ole/runtime/Strings.h>
 
 #include <cctype>
 #include <cstdio>

@@ -26,7 +26,7 @@
 // was called; the owner (a Dirtiable, may be null, not owned) is told when the record becomes dirty.
 // A record is not thread-safe; distinct records may be used on distinct threads.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/IdStamp.h>

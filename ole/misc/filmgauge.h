@@ -11,7 +11,7 @@
 // overwritten by each call. Bad input gives the invalid value (FILM_INVALID, FRInvalid, -1), never a crash;
 // gauge values outside the enumeration count as FILM_INVALID.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/tccvt.h>

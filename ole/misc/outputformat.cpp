@@ -2,8 +2,8 @@
 
 #include <ole/misc/ProjectRate.h>
 
-#include <platform/Assert.h>
-#include <platform/Strings.h>
+#include <ole/platform/Assert.h>
+#include <ole/runtime/Strings.h>
 
 #include <climits>
 #include <cstdio>

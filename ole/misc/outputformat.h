@@ -9,7 +9,7 @@
 // row 0 after the library's assertion line. Persistable strings that do not parse leave the format as it
 // was and report false; nothing throws.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/misc/FrameRate.h>
 

@@ -1,7 +1,7 @@
 #include <ole/misc/strmable.h>
 
-#include <platform/Assert.h>
-#include <platform/Threads.h>
+#include <ole/platform/Assert.h>
+#include <ole/platform/Threads.h>
 
 #include <cstring>
 #include <map>

@@ -46,7 +46,7 @@
 //     file()->skip(n)                                  skips bytes
 //     setDouble(t) / getDouble()                       an 8-byte double
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Ptr.h>
 #include <ole/misc/GrowString.h>

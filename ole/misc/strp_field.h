@@ -6,7 +6,7 @@
 // its value; it is not thread-safe. Text a derived field cannot parse leaves its value unchanged and
 // makes setPersistableString() return false.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Ptr.h>
 

@@ -3,9 +3,9 @@
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
 
-#include <platform/Assert.h>
-#include <platform/Log.h>
-#include <platform/Strings.h>
+#include <ole/platform/Assert.h>
+#include <ole/runtime/Log.h>
+#include <ole/runtime/Strings.h>
 
 #include <cctype>
 #include <climits>

@@ -13,7 +13,7 @@
 // simply enter the arithmetic, and an invalid rate makes tc_to_string print the library's assertion line
 // and fail. All functions are re-entrant.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 #include <ole/misc/FrameRate.h>
 

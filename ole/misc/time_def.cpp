@@ -2,7 +2,7 @@
 
 #include <ole/misc/strmable.h>
 
-#include <platform/Assert.h>
+#include <ole/platform/Assert.h>
 
 #include <cctype>
 #include <cstdio>

@@ -7,7 +7,7 @@
 // overwritten by the next call of the same function; they are not safe from two threads at once. Everything
 // else is a plain value. Unparsable timecode text gives the time 0.0 (see string_to_tc).
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/Ptr.h>
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/tccvt.h>

@@ -1,8 +1,7 @@
-// Uses an installed ole: the public headers must compile on their own and the exported symbols must
-// link and work. Exits 0 and prints "ole consumer: ok" when they do.
+// Uses an installed ole: every public header (through ole.h) must compile under the one <ole/...> root and
+// the exported symbols must link and work. Exits 0 and prints "ole consumer: ok" when they do.
 
-#include <ole/Qv/LightweightString.h>
-#include <ole/Qv/Ptr.h>
+#include <ole/ole.h>
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #include "support/TestHome.h"
 
-#include <platform/Log.h>
+#include <ole/runtime/Log.h>
 
 #include <algorithm>
 #include <cstdio>

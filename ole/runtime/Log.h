@@ -8,7 +8,7 @@
 // A listener may be installed to see every logged text, e.g. to show it in a user interface or to check it
 // in a test.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 
 #include <cstdarg>
 

@@ -1,8 +1,8 @@
-#include <platform/RegistryConfig.h>
+#include <ole/runtime/RegistryConfig.h>
 
-#include <platform/OS.h>
-#include <platform/Paths.h>
-#include <platform/Strings.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/Strings.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -17,10 +17,14 @@ using Text = RegistryConfig::Text;
 std::string escape(const Text& value) {
     std::string out;
     for (char c : value) {
-        if (c == '\\') out += "\\\\";
-        else if (c == '\n') out += "\\n";
-        else if (c == '\r') out += "\\r";
-        else out += c;
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else
+            out += c;
     }
     return out;
 }
@@ -38,7 +42,9 @@ Text unescape(const std::string& value) {
     return Text(out.c_str(), unsigned(out.size()));
 }
 
-Text toText(const std::string& s) { return Text(s.c_str(), unsigned(s.size())); }
+Text toText(const std::string& s) {
+    return Text(s.c_str(), unsigned(s.size()));
+}
 
 }  // namespace
 
@@ -78,7 +84,8 @@ bool RegistryConfig::saveLocked() const {
     for (const auto& [name, section] : sections_) {
         if (section.empty()) continue;
         content += "[" + std::string(name.c_str()) + "]\n";
-        for (const auto& [key, value] : section) content += std::string(key.c_str()) + "=" + escape(value) + "\n";
+        for (const auto& [key, value] : section)
+            content += std::string(key.c_str()) + "=" + escape(value) + "\n";
     }
     const LightweightString<wchar_t> dir = directoryOf(path_);
     if (!dir.empty()) OS()->fileSystem()->createDirectory(dir.c_str());

@@ -10,7 +10,7 @@
 // as "\\"). All operations are thread-safe. Typed getters fall back to the default when the value is
 // missing or does not parse.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <map>
@@ -37,7 +37,9 @@ public:
         return getValue(section, name, Text(defaultValue));
     }
     Text getValue(const Text& name, const Text& defaultValue) const;
-    Text getValue(const Text& name, const char* defaultValue) const { return getValue(name, Text(defaultValue)); }
+    Text getValue(const Text& name, const char* defaultValue) const {
+        return getValue(name, Text(defaultValue));
+    }
     int getValue(const Text& name, int defaultValue) const;
 
     bool hasValue(const Text& section, const Text& name) const;

@@ -12,7 +12,7 @@
 //
 // The environment is read at each call, so a test may point $QUORVANE_HOME elsewhere at any time.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <vector>

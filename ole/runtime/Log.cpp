@@ -1,7 +1,7 @@
-#include <platform/Log.h>
+#include <ole/runtime/Log.h>
 
-#include <platform/OS.h>
-#include <platform/Paths.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
 
 #include <cstdio>
 #include <mutex>
@@ -67,15 +67,23 @@ LogListener* setLogListener(LogListener* listener) {
 
 }  // namespace Qv
 
-#define OLE_EMIT(destination, prefix)                                        \
-    do {                                                                     \
-        va_list args;                                                        \
-        va_start(args, format);                                              \
-        Qv::emit(destination, prefix + Qv::formatText(format, args));        \
-        va_end(args);                                                        \
+#define OLE_EMIT(destination, prefix)                                 \
+    do {                                                              \
+        va_list args;                                                 \
+        va_start(args, format);                                       \
+        Qv::emit(destination, prefix + Qv::formatText(format, args)); \
+        va_end(args);                                                 \
     } while (0)
 
-void Log(const char* format, ...) { OLE_EMIT(Qv::FileOnly, std::string()); }
-void LogBoth(const char* format, ...) { OLE_EMIT(Qv::Both, std::string()); }
-void ole_splat(const char* format, ...) { OLE_EMIT(Qv::Both, std::string("FATAL: ")); }
-void DebugOut(const char* format, ...) { OLE_EMIT(Qv::StdErrOnly, std::string()); }
+void Log(const char* format, ...) {
+    OLE_EMIT(Qv::FileOnly, std::string());
+}
+void LogBoth(const char* format, ...) {
+    OLE_EMIT(Qv::Both, std::string());
+}
+void ole_splat(const char* format, ...) {
+    OLE_EMIT(Qv::Both, std::string("FATAL: "));
+}
+void DebugOut(const char* format, ...) {
+    OLE_EMIT(Qv::StdErrOnly, std::string());
+}

@@ -3,7 +3,7 @@
 // String helpers of the core runtime, on the library's shared strings. None of them throws: malformed
 // UTF-8 is decoded with U+FFFD in place of each bad sequence, and numbers that do not parse give 0.
 
-#include <ole/export.h>
+#include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <vector>
@@ -32,7 +32,8 @@ OLE_API LightweightString<wchar_t> resourceStrW(int id);
 namespace Qv {
 
 OLE_API bool endsWith(const LightweightString<char>& text, const char* suffix, bool caseSensitive = true);
-OLE_API bool endsWith(const LightweightString<wchar_t>& text, const wchar_t* suffix, bool caseSensitive = true);
+OLE_API bool endsWith(const LightweightString<wchar_t>& text, const wchar_t* suffix,
+                      bool caseSensitive = true);
 // The leading decimal integer of the text (wcstol), 0 when there is none.
 OLE_API int IntFromWString(const LightweightString<wchar_t>& text);
 // Splits at every `separator`; empty pieces are kept, so "a,,b" gives "a", "", "b" and "" gives one "".

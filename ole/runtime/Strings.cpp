@@ -1,8 +1,6 @@
-#include <platform/Strings.h>
+#include <ole/runtime/Strings.h>
 
-#include "PlatformInternal.h"
-
-#include <utf8.h>
+#include "platform/internal/Text.h"
 
 #include <cctype>
 #include <cstdarg>
@@ -10,40 +8,6 @@
 #include <cstdlib>
 #include <cwctype>
 #include <iterator>
-
-namespace Qv {
-namespace platform {
-
-std::string narrow(const wchar_t* text, std::size_t length) {
-    std::string out;
-    out.reserve(length);
-    for (std::size_t i = 0; i < length; ++i) {
-        const uint32_t c = uint32_t(text[i]);
-        const bool encodable = c < 0xD800 || (c > 0xDFFF && c <= 0x10FFFF);
-        utf8::unchecked::append(encodable ? c : 0xFFFDu, std::back_inserter(out));
-    }
-    return out;
-}
-
-std::string narrow(const wchar_t* text) { return text ? narrow(text, std::wcslen(text)) : std::string(); }
-
-std::wstring wide(const char* text, std::size_t length) {
-    std::wstring out;
-    if (!text) return out;
-    std::string valid;
-    utf8::replace_invalid(text, text + length, std::back_inserter(valid));
-    out.reserve(valid.size());
-    utf8::unchecked::utf8to32(valid.begin(), valid.end(), std::back_inserter(out));
-    return out;
-}
-
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
-}  // namespace platform
-}  // namespace Qv
 
 using Qv::platform::narrow;
 using Qv::platform::wide;
@@ -69,7 +33,9 @@ LightweightString<wchar_t> fromUTF8(const LightweightString<char>& text) {
     return LightweightString<wchar_t>(w.c_str(), unsigned(w.size()));
 }
 
-const char* BoolAsString(bool value) { return value ? "true" : "false"; }
+const char* BoolAsString(bool value) {
+    return value ? "true" : "false";
+}
 
 bool isEssentiallyEmpty(const LightweightString<char>& text) {
     for (char c : text)
@@ -111,15 +77,18 @@ LightweightString<char> StringFromFloat(double value, int precision) {
 // The product's resource table: the few texts this library shows.
 LightweightString<wchar_t> resourceStrW(int id) {
     switch (id) {
-        case 10007: return L"Unknown";
-        default: return LightweightString<wchar_t>();
+        case 10007:
+            return L"Unknown";
+        default:
+            return LightweightString<wchar_t>();
     }
 }
 
 namespace Qv {
 
 template <class CharT, class Fold>
-static bool endsWithImpl(const LightweightString<CharT>& text, const CharT* suffix, bool caseSensitive, Fold fold) {
+static bool endsWithImpl(const LightweightString<CharT>& text, const CharT* suffix, bool caseSensitive,
+                         Fold fold) {
     if (!suffix) return true;
     const std::size_t n = StringBlocks::textLength(suffix);
     if (n > text.size()) return false;
@@ -132,14 +101,17 @@ static bool endsWithImpl(const LightweightString<CharT>& text, const CharT* suff
 }
 
 bool endsWith(const LightweightString<char>& text, const char* suffix, bool caseSensitive) {
-    return endsWithImpl(text, suffix, caseSensitive, [](char c) { return std::tolower(static_cast<unsigned char>(c)); });
+    return endsWithImpl(text, suffix, caseSensitive,
+                        [](char c) { return std::tolower(static_cast<unsigned char>(c)); });
 }
 
 bool endsWith(const LightweightString<wchar_t>& text, const wchar_t* suffix, bool caseSensitive) {
     return endsWithImpl(text, suffix, caseSensitive, [](wchar_t c) { return std::towlower(wint_t(c)); });
 }
 
-int IntFromWString(const LightweightString<wchar_t>& text) { return int(std::wcstol(text.c_str(), nullptr, 10)); }
+int IntFromWString(const LightweightString<wchar_t>& text) {
+    return int(std::wcstol(text.c_str(), nullptr, 10));
+}
 
 std::vector<LightweightString<char>> splitIf(const LightweightString<char>& text, char separator) {
     std::vector<LightweightString<char>> pieces;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Helpers shared by the platform sources; not installed.
+// Conversions shared by the platform sources and the runtime pieces built on them; not installed.
 
 #include <string>
 
@@ -11,7 +11,9 @@ namespace platform {
 std::string narrow(const wchar_t* text);
 std::string narrow(const wchar_t* text, std::size_t length);
 std::wstring wide(const char* text, std::size_t length);
-inline std::wstring wide(const std::string& text) { return wide(text.data(), text.size()); }
+inline std::wstring wide(const std::string& text) {
+    return wide(text.data(), text.size());
+}
 
 // The value of an environment variable, or "" when unset.
 std::string environment(const char* name);
