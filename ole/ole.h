@@ -2,6 +2,8 @@
 
 // Everything libole exports.
 
+#include <ole/version.h>
+
 // Platform floor
 #include <ole/platform/export.h>
 #include <ole/platform/OS.h>
