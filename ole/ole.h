@@ -1,6 +1,7 @@
 #pragma once
 
-// Everything libole exports.
+/// @file
+/// Everything libole exports.
 
 #include <ole/version.h>
 

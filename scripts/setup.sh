@@ -24,6 +24,7 @@ PACKAGES=(
     man-db
     dpkg-dev
     file
+    python3
 )
 
 missing=()
