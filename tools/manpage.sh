@@ -33,5 +33,5 @@ describe() {
     printf 'of the user'"'"'s Quorvane directories.\n'
 } > "$include"
 
-help2man --no-info --section 1 --name "convert and check timecode, cookies and configb files" \
+help2man --no-info --section 1 --name "convert and check timecode, footage, frame rates, cookies and configb files" \
     --include "$include" --output "$output" "$ole"
