@@ -14,4 +14,4 @@ add_custom_command(OUTPUT ${OLE_MANPAGE} ${OLE_MANPAGE}.gz
     COMMENT "Writing the ole manual page"
     VERBATIM)
 add_custom_target(ole_manpage ALL DEPENDS ${OLE_MANPAGE} ${OLE_MANPAGE}.gz)
-install(FILES ${OLE_MANPAGE}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+install(FILES ${OLE_MANPAGE}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
