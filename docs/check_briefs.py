@@ -2,6 +2,7 @@
 """Fails when a public class or free function in doxygen's XML output has no one-line description.
 
 Usage: check_briefs.py XML_DIR. Prints one "file:line: kind name has no description" line per finding.
+Helpers in a namespace called `detail` are implementation, not interface, and are not checked.
 """
 import sys
 import xml.etree.ElementTree as ET
@@ -26,6 +27,8 @@ def main(xml_dir):
         for compound in ET.parse(path).getroot().iter("compounddef"):
             kind = compound.get("kind")
             name = text(compound.find("compoundname"))
+            if "detail" in name.split("::"):
+                continue
             if kind in ("class", "struct", "union") and compound.get("prot", "public") == "public":
                 if not text(compound.find("briefdescription")):
                     missing.append(f"{location(compound)}: {kind} {name} has no description")
