@@ -38,8 +38,10 @@ def main(xml_dir):
                 if member.get("kind") != "function" or member.get("id") in seen:
                     continue
                 seen.add(member.get("id"))
+                signature = text(member.find("definition")) + text(member.find("argsstring"))
+                if "detail::" in text(member.find("definition")):
+                    continue
                 if not text(member.find("briefdescription")):
-                    signature = text(member.find("definition")) + text(member.find("argsstring"))
                     missing.append(f"{location(member)}: function {signature} has no description")
     for line in sorted(missing):
         print(line)
