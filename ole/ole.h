@@ -47,6 +47,11 @@
 #include <ole/misc/configb.h>
 #include <ole/misc/EditorPreferences.h>
 
+// Commands and key mapping
+#include <ole/misc/KeyMap.h>
+#include <ole/misc/CommandMap.h>
+#include <ole/misc/CommandMapMMC.h>
+
 // Video time and formats
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
