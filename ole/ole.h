@@ -51,6 +51,7 @@
 #include <ole/misc/KeyMap.h>
 #include <ole/misc/CommandMap.h>
 #include <ole/misc/CommandMapMMC.h>
+#include <ole/misc/CommandMacroManager.h>
 
 // Video time and formats
 #include <ole/misc/FrameRate.h>
