@@ -32,6 +32,7 @@
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
+#include <ole/misc/QvDataCompression.h>
 #include <ole/misc/strmable.h>
 
 // Identity
