@@ -128,7 +128,7 @@ bool CommandMap::deregisterCommand(unsigned long id) {
 
 unsigned long CommandMap::findCommand(const char* name) const {
     if (!name) return invalidCommandId;
-    const auto it = map_.find(LightweightString<char>(name));
+    const auto it = map_.find(name);
     return it == map_.end() ? invalidCommandId : it->second;
 }
 

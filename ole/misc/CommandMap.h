@@ -16,6 +16,7 @@
 #include <ole/Qv/LightweightString.h>
 
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <vector>
 
@@ -80,6 +81,18 @@ private:
 
 class OLE_API CommandMap {
 public:
+    // Orders names byte by byte and compares them with plain texts too, so lookups need no string.
+    struct NameLess {
+        using is_transparent = void;
+        static const char* text(const LightweightString<char>& s) { return s.c_str(); }
+        static const char* text(const char* s) { return s; }
+        template <class A, class B>
+        bool operator()(const A& a, const B& b) const {
+            return std::strcmp(text(a), text(b)) < 0;
+        }
+    };
+    using NameMap = std::map<LightweightString<char>, unsigned long, NameLess>;
+
     static constexpr unsigned long invalidCommandId = ~0ul;
 
     // Who a context-free command is for: eScopeUser sets kUserVisible, eScopeUserIfNamed sets it only when
@@ -126,10 +139,10 @@ public:
     // The number of records ever made (every identifier is below it).
     unsigned long numRecords() const { return records_.size(); }
     // Live names and their identifiers, in name order.
-    const std::map<LightweightString<char>, unsigned long>& names() const { return map_; }
+    const NameMap& names() const { return map_; }
 
 private:
-    std::map<LightweightString<char>, unsigned long> map_;
+    NameMap map_;
     std::vector<CommandMapRec> records_;
 };
 
