@@ -100,7 +100,8 @@ unsigned long CommandMap::registerCommand(const char* name, CommandMapRec::Funct
     record.defaultMapItem(defaultBinding);
     const unsigned long id = records_.size();
     records_.push_back(record);
-    map_.emplace(key, id);
+    const auto added = map_.emplace(key, id).first;
+    index_.emplace(std::string_view(added->first.c_str(), added->first.size()), id);
     return id;
 }
 
@@ -118,7 +119,10 @@ bool CommandMap::deregisterCommand(unsigned long id) {
     if (id >= records_.size()) return false;
     CommandMapRec& record = records_[id];
     const auto it = map_.find(record.commandName());
-    if (it != map_.end() && it->second == id) map_.erase(it);
+    if (it != map_.end() && it->second == id) {
+        index_.erase(std::string_view(it->first.c_str(), it->first.size()));
+        map_.erase(it);
+    }
     record.init();
     record.invalidate();
     return true;
@@ -128,8 +132,8 @@ bool CommandMap::deregisterCommand(unsigned long id) {
 
 unsigned long CommandMap::findCommand(const char* name) const {
     if (!name) return invalidCommandId;
-    const auto it = map_.find(name);
-    return it == map_.end() ? invalidCommandId : it->second;
+    const auto it = index_.find(std::string_view(name));
+    return it == index_.end() ? invalidCommandId : it->second;
 }
 
 unsigned long CommandMap::findCommandByDisplayName(const LightweightString<wchar_t>& displayName) const {

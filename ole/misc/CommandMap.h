@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace Cmd {
@@ -143,6 +145,8 @@ public:
 
 private:
     NameMap map_;
+    // The same names hashed, for lookups; the views point into map_'s keys, which never change.
+    std::unordered_map<std::string_view, unsigned long> index_;
     std::vector<CommandMapRec> records_;
 };
 
