@@ -103,20 +103,24 @@ TEST(CommandMacro, PlaybackIsBracketedAndSkipsRecursionAndUnknownSteps) {
     CommandMap::theCommandMap()->registerCommand("PlaySelf", &playSelf, UIString(), UIString(),
                                                  CommandMap::eScopeInternal, MapItem());
     CommandMacro macro;
-    for (const wchar_t* text : {L"step(2)", L"playself", L"Missing", L"Step(0)", L"STEP"})
+    KeyMappingManager::instance().console().addCommand("Rewind");  // listed as "Console:Rewind"
+    registerRecorder("Console:Rewind");
+    for (const wchar_t* text : {L"step(2)", L"playself", L"Missing", L"Step(0)", L"STEP", L"rewind"})
         macro.addCommand(MacroElement(LightweightString<wchar_t>(text)));
     selfPlaying = &macro;
     calls.clear();
     oletest::LogCapture log;
     macro.execute();
-    const std::vector<std::string> expected = {"MacroStart", "Step", "Step",     "MacroStart", "Step",
-                                               "Step",       "Step", "MacroEnd", "Step",       "MacroEnd"};
+    const std::vector<std::string> expected = {"MacroStart", "Step", "Step",           "MacroStart",
+                                               "Step",       "Step", "Step",           "Console:Rewind",
+                                               "MacroEnd",   "Step", "Console:Rewind", "MacroEnd"};
     EXPECT_EQ(calls, expected);
     EXPECT_EQ(log.text(),
               "Command::execute() : Recursion!!\n"
               "Command::execute() : Couldn't find 'Missing'\n"
               "Command::execute() : Couldn't find 'Missing'\n");
     EXPECT_TRUE(macro.command(0).resolved());
+    EXPECT_EQ(macro.command(5).clientIndex(), 0u);  // the console client comes first
 }
 
 struct Listener {
