@@ -1,8 +1,9 @@
-// Macro files and step texts on arbitrary bytes: reading must never crash, a macro written out must read
-// back with the same name, description and steps, and a step with a count must survive its own
-// text form.
+// Macro files, step texts and key names on arbitrary bytes: reading must never crash, a macro written out
+// must read back with the same name, description and steps, and a step with a count must survive its own text
+// form.
 
 #include <ole/misc/CommandMacroManager.h>
+#include <ole/misc/KeyMap.h>
 #include <ole/misc/TextFile.h>
 #include <ole/runtime/Strings.h>
 
@@ -32,5 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const MacroElement back(step.asText());
         if (!(back.name() == step.name()) || back.repeatCount() != step.repeatCount()) std::abort();
     }
+
+    // Key names, as bindings are written beside macros: whatever reads as a key prints back to itself.
+    const int key = keyCodeFromName(text.c_str());
+    if (key != KeyCode::kNoKey && keyCodeFromName(keyCodeName(key).c_str()) != key) std::abort();
     return 0;
 }

@@ -79,8 +79,9 @@ int keyCodeFromName(const char* name) {
     const char* p = name;
     for (;;) {
         // The key is the last piece; "+" itself may be the key ("Ctrl++").
+        if (!*p) break;
         const char* plus = std::strchr(p + 1, '+');
-        if (!*p || !plus) break;
+        if (!plus) break;
         const std::size_t len = std::size_t(plus - p);
         int bit = 0;
         for (const Modifier& m : kModifiers)
