@@ -1,6 +1,6 @@
 // Macro files, step texts and key names on arbitrary bytes: reading must never crash, a macro written out
-// must read back with the same name, description and steps, and a step with a count must survive its own text
-// form.
+// must read back with the same name, description and steps, a step with a count must survive its own text
+// form, and a key name must print back to itself.
 
 #include <ole/misc/CommandMacroManager.h>
 #include <ole/misc/KeyMap.h>
