@@ -710,3 +710,67 @@ TEST_F(OleTool, HelpOnEveryCommand) {
 }
 
 }  // namespace
+
+// --- commands and macros ---------------------------------------------------------------------------------
+// Self-contained: runs the tool through the shell and reads what it printed.
+
+namespace cmdtool {
+
+struct Run {
+    int status = -1;
+    std::string out, err;
+};
+
+Run run(const std::string& args) {
+    Run r;
+#ifdef OLE_TOOL_PATH
+    const std::string dir = oletest::makeTempDir("cmdtool");
+    const std::string line =
+        "QUORVANE_HOME='" + dir + "' '" OLE_TOOL_PATH "' " + args + " >'" + dir + "/out' 2>'" + dir + "/err'";
+    const int status = std::system(line.c_str());
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = oletest::readFile(dir + "/out");
+    r.err = oletest::readFile(dir + "/err");
+#else
+    (void)args;
+#endif
+    return r;
+}
+
+bool has(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
+}  // namespace cmdtool
+
+TEST_F(OleTool, CommandsListsNamesDisplayNamesAndKeys) {
+    const cmdtool::Run r = cmdtool::run("commands --json");
+    EXPECT_EQ(r.status, 0) << r.err;
+    for (const char* piece : {"\"name\": \"Nudge Left\"", "\"keys\": \"Ctrl+Left\"",
+                              "\"name\": \"toggle_debug_notify\"", "\"display_name\": \"Mark In\""})
+        EXPECT_TRUE(cmdtool::has(r.out, piece)) << piece << "\n" << r.out;
+}
+
+TEST_F(OleTool, MacroShowCheckAndRun) {
+    const std::string dir = oletest::makeTempDir("macro");
+    ASSERT_TRUE(oletest::writeFile(
+        dir + "/trim.QvMacro",
+        "Name=Trim\nDescription=Trim both ends\nCommands=mark in,Nudge Left(3),Bogus,Stop(0)\n"));
+    ASSERT_TRUE(oletest::writeFile(dir + "/ok.QvMacro", "NAME=Ok\nCOMMANDS=Play,Stop\n"));
+    const std::string trim = "'" + dir + "/trim.QvMacro'";
+
+    cmdtool::Run r = cmdtool::run("macro run " + trim);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "> MacroStart\n> Mark In\n> Nudge Left\n> Nudge Left\n> Nudge Left\n> MacroEnd\n");
+    EXPECT_TRUE(cmdtool::has(r.err, "Couldn't find 'Bogus'")) << r.err;
+
+    r = cmdtool::run("macro check " + trim);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(cmdtool::has(r.err, "unknown command 'Bogus'")) << r.err;
+    EXPECT_EQ(cmdtool::run("macro check '" + dir + "/ok.QvMacro'").status, 0);
+
+    r = cmdtool::run("macro show --json " + trim);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(cmdtool::has(r.out, "Trim both ends") && cmdtool::has(r.out, "\"count\": 3")) << r.out;
+    EXPECT_EQ(cmdtool::run("macro show '" + dir + "/none.QvMacro'").status, 1);
+}
