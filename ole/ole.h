@@ -1,6 +1,9 @@
 #pragma once
 
-// Everything libole exports.
+/// @file
+/// Everything libole exports.
+
+#include <ole/version.h>
 
 // Platform floor
 #include <ole/platform/export.h>

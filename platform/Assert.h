@@ -1,18 +1,21 @@
 #pragma once
 
-// The library's assertion line. A failed check prints
-//     assertion failed <condition> at <source> line <n>
-// on standard output and the caller goes on with its fallback value; nothing aborts. The condition text and
-// the source position are passed explicitly because callers and logs match on them.
+/// @file
+/// The library's assertion line. A failed check prints
+///
+///     assertion failed <condition> at <source> line <n>
+///
+/// on standard output and the caller goes on with its fallback value; nothing aborts. The condition text and
+/// the source position are passed explicitly because callers and logs match on them.
 
 #include <ole/platform/export.h>
 
 namespace Qv {
 
-// Prints the assertion line for `condition` at `source` (a path such as "ole/misc/tccvt") and `line`.
+/// Prints the assertion line for `condition` at `source` (a path such as "ole/misc/tccvt") and `line`.
 OLE_API void assertionFailed(const char* condition, const char* source, int line);
 
-// Returns `ok`; prints the assertion line first when it is false.
+/// Returns `ok`; prints the assertion line first when it is false.
 inline bool check(bool ok, const char* condition, const char* source, int line) {
     if (!ok) assertionFailed(condition, source, line);
     return ok;

@@ -1,7 +1,8 @@
 #pragma once
 
-// The one exception type of the library: a runtime error raised for range errors and for forbidden
-// recursive use of a thread-safe queue. It records where it was raised.
+/// @file
+/// The one exception type of the library: a runtime error raised for range errors and for forbidden
+/// recursive use of a thread-safe queue. It records where it was raised.
 
 #include <ole/platform/export.h>
 
@@ -11,6 +12,7 @@
 namespace Qv {
 namespace Exception {
 
+/// The runtime error of the library, with the place it was raised.
 class OLE_API RuntimeError : public std::runtime_error {
 public:
     RuntimeError(const std::string& message, const char* file, int line);

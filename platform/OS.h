@@ -1,11 +1,12 @@
 #pragma once
 
-// The operating-system layer: the one place through which libole reaches memory, reference counts,
-// threads, files, the clock and the platform registry. Reach it through OS().
-//
-// The layer is a constant-initialised object with no state of its own worth locking: every service is
-// safe to call from any thread. File and directory calls take wide (UTF-32) paths and report failure
-// through their result, never by throwing.
+/// @file
+/// The operating-system layer: the one place through which libole reaches memory, reference counts,
+/// threads, files, the clock and the platform registry. Reach it through OS().
+///
+/// The layer is a constant-initialised object with no state of its own worth locking: every service is
+/// safe to call from any thread. File and directory calls take wide (UTF-32) paths and report failure
+/// through their result, never by throwing.
 
 #include <ole/platform/export.h>
 
@@ -16,25 +17,26 @@
 
 namespace Qv {
 
-// Interlocked reference counts. Kept inline because every copy and release of a shared object passes here.
+/// Interlocked reference counts. Kept inline because every copy and release of a shared object passes here.
 class RefCountService {
 public:
     static void increment(int32_t* count) noexcept { __atomic_add_fetch(count, 1, __ATOMIC_RELAXED); }
-    // Returns the new value. Release/acquire ordering makes the last owner see every earlier write.
+    /// Returns the new value. Release/acquire ordering makes the last owner see every earlier write.
     static int32_t decrement(int32_t* count) noexcept {
         return __atomic_sub_fetch(count, 1, __ATOMIC_ACQ_REL);
     }
     static int32_t value(const int32_t* count) noexcept { return __atomic_load_n(count, __ATOMIC_ACQUIRE); }
 };
 
+/// The memory allocator of the library.
 class OLE_API Allocator {
 public:
-    // Never returns null: an exhausted heap is reported and the process ends.
+    /// Never returns null: an exhausted heap is reported and the process ends.
     void* allocate(std::size_t bytes) const;
     void free(void* block) const noexcept;
 };
 
-// An open file. Movable, not copyable; closes itself. All results report failure as false or -1.
+/// An open file. Movable, not copyable; closes itself. All results report failure as false or -1.
 class OLE_API OSFile {
 public:
     enum Mode { Read, Write, ReadWrite, Append };
@@ -48,13 +50,13 @@ public:
     ~OSFile();
 
     bool isOpen() const noexcept { return fd_ >= 0; }
-    // Reads up to `bytes`; returns the count read (0 at end of file) or -1.
+    /// Reads up to `bytes`; returns the count read (0 at end of file) or -1.
     long read(void* buffer, std::size_t bytes) const;
-    // Writes all of `bytes`; returns false when any part could not be written.
+    /// Writes all of `bytes`; returns false when any part could not be written.
     bool write(const void* data, std::size_t bytes) const;
     bool seek(int64_t offset) const;
     int64_t size() const;
-    // Pushes written data to the storage device.
+    /// Pushes written data to the storage device.
     bool sync() const;
     void close() noexcept;
 
@@ -62,36 +64,39 @@ private:
     int fd_ = -1;
 };
 
+/// Files and directories on wide (UTF-32) paths; failures are results, never exceptions.
 class OLE_API FileSystem {
 public:
     OSFile open(const wchar_t* path, OSFile::Mode mode) const;
     bool exists(const wchar_t* path) const;
     bool isDirectory(const wchar_t* path) const;
-    // Creates the directory and any missing parents; true when it exists afterwards.
+    /// Creates the directory and any missing parents; true when it exists afterwards.
     bool createDirectory(const wchar_t* path) const;
     bool remove(const wchar_t* path) const;
     bool rename(const wchar_t* from, const wchar_t* to) const;
-    // The names (not paths) of the entries of `dir` other than "." and "..", in no particular order; with a
-    // non-empty `pattern` only those matching that shell wildcard ("*", "?", "[...]"). Nothing when the
-    // directory cannot be read.
+    /// The names (not paths) of the entries of `dir` other than "." and "..", in no particular order; with a
+    /// non-empty `pattern` only those matching that shell wildcard ("*", "?", "[...]"). Nothing when the
+    /// directory cannot be read.
     std::vector<std::wstring> listDirectory(const wchar_t* dir, const wchar_t* pattern) const;
-    // Replaces the file's whole content so that a crash at any moment leaves either the old or the new
-    // content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
-    // An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
-    // a new file gets mode 0644.
+    /// Replaces the file's whole content so that a crash at any moment leaves either the old or the new
+    /// content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
+    /// An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
+    /// a new file gets mode 0644.
     bool writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const;
     static constexpr wchar_t separator() { return L'/'; }
 };
 
+/// Wall-clock and monotonic time.
 class OLE_API Clock {
 public:
-    // Wall-clock time in seconds since the Unix epoch.
+    /// Wall-clock time in seconds since the Unix epoch.
     double now() const;
     int64_t secondsSinceEpoch() const;
-    // Monotonic time for measuring intervals.
+    /// Monotonic time for measuring intervals.
     uint64_t monotonicNanoseconds() const;
 };
 
+/// Sleeping, the processor count and the identity of the calling thread.
 class OLE_API ThreadServices {
 public:
     void sleep(unsigned milliseconds) const;
@@ -99,25 +104,26 @@ public:
     uint64_t currentThreadId() const;
 };
 
-// Well-known base directories. Each answers from the XDG environment, or from below $QUORVANE_HOME
-// when that is set, so that a whole installation (or a test) can be rooted in one directory.
+/// Well-known base directories. Each answers from the XDG environment, or from below $QUORVANE_HOME
+/// when that is set, so that a whole installation (or a test) can be rooted in one directory.
 enum SpecialDirectory {
-    kUserDataBase = 1,        // $XDG_DATA_HOME, ~/.local/share
-    kConfigBase = 2,          // $XDG_CONFIG_HOME, ~/.config
-    kHomeBase = 3,            // $HOME
+    kUserDataBase = 1,        ///< $XDG_DATA_HOME, ~/.local/share
+    kConfigBase = 2,          ///< $XDG_CONFIG_HOME, ~/.config
+    kHomeBase = 3,            ///< $HOME
     kMachineSettingsBase = 4  // $XDG_STATE_HOME, ~/.local/state: settings that belong to this machine
 };
 
-// The Windows-style registry of the original platform. Linux has none: lookups always find nothing,
-// but the call keeps its shape so that callers read the same everywhere.
+/// The Windows-style registry of the original platform. Linux has none: lookups always find nothing,
+/// but the call keeps its shape so that callers read the same everywhere.
 class OLE_API PlatformRegistry {
 public:
-    // Looks up `valueName` under `key` in the given registry view; on success copies the text into
-    // `buffer` (at most `size` characters including the terminator) and returns true.
+    /// Looks up `valueName` under `key` in the given registry view; on success copies the text into
+    /// `buffer` (at most `size` characters including the terminator) and returns true.
     bool getString(const char* key, const char* valueName, const char* view, char* buffer,
                    std::size_t size) const;
 };
 
+/// The operating-system layer: one object that hands out each service.
 class OLE_API OperatingSystem {
 public:
     constexpr OperatingSystem() = default;
@@ -129,8 +135,8 @@ public:
     const ThreadServices* threads() const { return &threads_; }
     const PlatformRegistry* registry() const { return &registry_; }
 
-    // The base directory for `which` (a SpecialDirectory) as a wide path without a trailing separator,
-    // written into `buffer` of `size` characters; returns false for an unknown number.
+    /// The base directory for `which` (a SpecialDirectory) as a wide path without a trailing separator,
+    /// written into `buffer` of `size` characters; returns false for an unknown number.
     bool specialDirectory(int which, wchar_t* buffer, std::size_t size) const;
 
 private:
@@ -142,9 +148,10 @@ private:
     PlatformRegistry registry_;
 };
 
-// The one operating-system layer of the process.
+/// The one operating-system layer of the process.
 extern OLE_API const OperatingSystem theOperatingSystem;
 
+/// The operating-system layer: the way in to every service of the platform floor.
 inline const OperatingSystem* OS() noexcept {
     return &theOperatingSystem;
 }

@@ -19,6 +19,12 @@ PACKAGES=(
     libavutil-dev
     libcli11-dev
     clang
+    doxygen
+    help2man
+    man-db
+    dpkg-dev
+    file
+    python3
 )
 
 missing=()

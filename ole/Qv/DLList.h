@@ -1,13 +1,14 @@
 #pragma once
 
-// DLList is an intrusive doubly-linked list: the links live in the records themselves (DLListRec), so
-// appending and unlinking never allocate and a record can take itself out in constant time. The list does
-// not own its records: destroying a list only unlinks what it still holds, and a record that is destroyed
-// while linked takes itself out first. A record sits in at most one list at a time.
-//
-// Neither class locks anything; the owner of a list serialises access to it (a notifier holds its critical
-// section, a message queue belongs to one thread). Appending a record that is already linked somewhere, or
-// removing one through a list it is not in, prints the assertion line and changes nothing.
+/// @file
+/// DLList is an intrusive doubly-linked list: the links live in the records themselves (DLListRec), so
+/// appending and unlinking never allocate and a record can take itself out in constant time. The list does
+/// not own its records: destroying a list only unlinks what it still holds, and a record that is destroyed
+/// while linked takes itself out first. A record sits in at most one list at a time.
+///
+/// Neither class locks anything; the owner of a list serialises access to it (a notifier holds its critical
+/// section, a message queue belongs to one thread). Appending a record that is already linked somewhere, or
+/// removing one through a list it is not in, prints the assertion line and changes nothing.
 
 #include <ole/platform/Assert.h>
 
@@ -15,10 +16,11 @@
 
 class DLList;
 
+/// A record that can be linked into one DLList; derive from it to make a class listable.
 class DLListRec {
 public:
     DLListRec() noexcept = default;
-    // A copy of a record is a new, unlinked record: links belong to the list, not to the value.
+    /// A copy of a record is a new, unlinked record: links belong to the list, not to the value.
     DLListRec(const DLListRec&) noexcept {}
     DLListRec& operator=(const DLListRec&) noexcept { return *this; }
     virtual ~DLListRec();
@@ -35,6 +37,7 @@ private:
     DLList* list_ = nullptr;
 };
 
+/// An intrusive doubly-linked list of DLListRec records it does not own.
 class DLList {
 public:
     DLList() noexcept = default;
@@ -69,14 +72,14 @@ public:
         --count_;
     }
 
-    // Unlinks and returns the first record, or null when the list is empty.
+    /// Unlinks and returns the first record, or null when the list is empty.
     DLListRec* popFront() noexcept {
         DLListRec* rec = first_;
         if (rec) remove(rec);
         return rec;
     }
 
-    // Unlinks every record, leaving the records themselves alone.
+    /// Unlinks every record, leaving the records themselves alone.
     void unlinkAll() noexcept {
         while (first_) remove(first_);
     }

@@ -1,18 +1,19 @@
 #pragma once
 
-// LightweightString<CharT> is the library's shared, copy-on-write string of char (UTF-8 or bytes) or
-// wchar_t (UTF-32). A copy shares the one heap block and bumps its count; a block is written in place only
-// while exactly one string refers to it, otherwise the writer takes a private copy first.
-//
-// The block is a header followed by the characters in one allocation: data pointer, length, capacity
-// (terminator slot included), reference count, then `capacity` characters, NUL-terminated at `length`.
-// The empty string is a null block and costs nothing; every reader treats it as "" (c_str() is never
-// null). Growth doubles to the smallest power of two strictly above the needed length; a block built from
-// a NUL-terminated text fits it exactly. The string can never hold an embedded NUL: push_back(0) is
-// ignored.
-//
-// Thread safety: several threads may copy, read and release strings that share a block. One string object
-// must not be changed by two threads at once.
+/// @file
+/// LightweightString<CharT> is the library's shared, copy-on-write string of char (UTF-8 or bytes) or
+/// wchar_t (UTF-32). A copy shares the one heap block and bumps its count; a block is written in place only
+/// while exactly one string refers to it, otherwise the writer takes a private copy first.
+///
+/// The block is a header followed by the characters in one allocation: data pointer, length, capacity
+/// (terminator slot included), reference count, then `capacity` characters, NUL-terminated at `length`.
+/// The empty string is a null block and costs nothing; every reader treats it as "" (c_str() is never
+/// null). Growth doubles to the smallest power of two strictly above the needed length; a block built from
+/// a NUL-terminated text fits it exactly. The string can never hold an embedded NUL: push_back(0) is
+/// ignored.
+///
+/// Thread safety: several threads may copy, read and release strings that share a block. One string object
+/// must not be changed by two threads at once.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/Ptr.h>
@@ -24,9 +25,9 @@
 
 namespace Qv {
 namespace StringBlocks {
-// The smallest power of two strictly greater than `need`, searching from 2 and doubling.
+/// The smallest power of two strictly greater than `need`, searching from 2 and doubling.
 OLE_API uint32_t powerOfTwoAbove(uint32_t need) noexcept;
-// A raw block of `headerBytes` plus `capacity` characters of `charBytes` each, from the OS allocator.
+/// A raw block of `headerBytes` plus `capacity` characters of `charBytes` each, from the OS allocator.
 OLE_API void* allocate(std::size_t headerBytes, std::size_t charBytes, uint32_t capacity);
 OLE_API void release(void* block) noexcept;
 
@@ -37,12 +38,13 @@ inline std::size_t textLength(const wchar_t* s) noexcept { return std::wcslen(s)
 }  // namespace StringBlocks
 }  // namespace Qv
 
+/// A shared, copy-on-write string of `CharT` (char or wchar_t).
 template <class CharT>
 class LightweightString {
 public:
     static constexpr unsigned npos = ~0u;
 
-    // One heap block: header and characters together.
+    /// One heap block: header and characters together.
     class Impl {
     public:
         CharT* data;
@@ -52,12 +54,12 @@ public:
 
         int32_t* refCountPtr() const noexcept { return &refCount; }
 
-        // Returns blocks to the OS allocator; they were never constructed with new.
+        /// Returns blocks to the OS allocator; they were never constructed with new.
         struct DtorTraits {
             static void destroy(Impl* impl) noexcept { Qv::StringBlocks::release(impl); }
         };
 
-        // A fresh block with room for `capacity` characters (terminator included), holding "".
+        /// A fresh block with room for `capacity` characters (terminator included), holding "".
         static Impl* make(uint32_t capacity) {
             void* raw = Qv::StringBlocks::allocate(sizeof(Impl), sizeof(CharT), capacity);
             Impl* impl = static_cast<Impl*>(raw);
@@ -71,8 +73,8 @@ public:
     };
     using ImplPtr = Qv::Ptr<Impl, typename Impl::DtorTraits, Qv::InternalRefCountTraits>;
 
-    // Writes one character through operator[] with copy-on-write; writing the character that is already
-    // there changes nothing and copies nothing.
+    /// Writes one character through operator[] with copy-on-write; writing the character that is already
+    /// there changes nothing and copies nothing.
     class StringChar {
     public:
         StringChar(LightweightString& s, unsigned index) noexcept : s_(s), index_(index) {}
@@ -100,8 +102,8 @@ public:
         return *this;
     }
 
-    // A fresh, unshared block for `n` characters holding "" (null for n == 0): capacity n + 1, or the
-    // power of two strictly above n with roundUp.
+    /// A fresh, unshared block for `n` characters holding "" (null for n == 0): capacity n + 1, or the
+    /// power of two strictly above n with roundUp.
     static ImplPtr createImpl(unsigned n, bool roundUp) {
         if (n == 0) return ImplPtr();
         return ImplPtr(Impl::make(roundUp ? Qv::StringBlocks::powerOfTwoAbove(n) : n + 1));
@@ -115,12 +117,12 @@ public:
     bool empty() const noexcept { return size() == 0; }
     bool isNull() const noexcept { return !impl_; }
     unsigned capacity() const noexcept { return impl_ ? impl_->capacity : 0; }
-    // How many strings share this block (0 for the empty string).
+    /// How many strings share this block (0 for the empty string).
     int refCount() const noexcept { return impl_.refCount(); }
     bool isShared() const noexcept { return refCount() > 1; }
     const ImplPtr& impl() const noexcept { return impl_; }
 
-    // Characters past the end read as NUL.
+    /// Characters past the end read as NUL.
     CharT at(unsigned i) const noexcept { return i < size() ? impl_->data[i] : CharT(0); }
     CharT operator[](unsigned i) const noexcept { return at(i); }
     StringChar operator[](unsigned i) noexcept { return StringChar(*this, i); }
@@ -139,14 +141,14 @@ public:
     }
 
     // --- changing ------------------------------------------------------------------------------------
-    // Replaces the content with an exact-fit copy of the text; null or "" gives the null block.
+    /// Replaces the content with an exact-fit copy of the text; null or "" gives the null block.
     void assign(const CharT* text) {
         const unsigned len = text ? unsigned(Qv::StringBlocks::textLength(text)) : 0;
         ImplPtr fresh = createImpl(len, false);
         if (len) copyInto(fresh, text, len);
         impl_ = std::move(fresh);
     }
-    // Replaces the content with `len` characters of `text`, reusing the block where it may.
+    /// Replaces the content with `len` characters of `text`, reusing the block where it may.
     void assign(const CharT* text, unsigned len) {
         if (!text || len == 0) {
             impl_.reset();
@@ -180,7 +182,7 @@ public:
         return *this;
     }
 
-    // Appends one character; the NUL character is ignored so that no terminator can be embedded.
+    /// Appends one character; the NUL character is ignored so that no terminator can be embedded.
     void push_back(CharT c) {
         if (c == CharT(0)) return;
         if (impl_ && impl_->length + 1 < impl_->capacity && !isShared()) {
@@ -191,7 +193,7 @@ public:
         }
     }
 
-    // A new string of the two pieces in a fresh power-of-two block; a piece may be null if its length is 0.
+    /// A new string of the two pieces in a fresh power-of-two block; a piece may be null if its length is 0.
     static LightweightString join(const CharT* a, unsigned lenA, const CharT* b, unsigned lenB) {
         LightweightString result;
         result.impl_ = createImpl(lenA + lenB, true);
@@ -204,8 +206,8 @@ public:
         return result;
     }
 
-    // Prepares the string to receive exactly `n` characters, discarding what it held: in place when the
-    // block is unshared and big enough (the old characters stay), else in a fresh power-of-two block.
+    /// Prepares the string to receive exactly `n` characters, discarding what it held: in place when the
+    /// block is unshared and big enough (the old characters stay), else in a fresh power-of-two block.
     void resizeFor(unsigned n) {
         if (n == 0) {
             impl_.reset();
@@ -218,8 +220,8 @@ public:
             setLength(n);
         }
     }
-    // As resizeFor, but keeps the first min(old length, n) characters; new positions hold NUL until
-    // the caller writes them.
+    /// As resizeFor, but keeps the first min(old length, n) characters; new positions hold NUL until
+    /// the caller writes them.
     void resize(unsigned n) {
         const unsigned keep = n < size() ? n : size();
         if (n == 0) {
@@ -237,7 +239,7 @@ public:
     }
     void clear() noexcept { impl_.reset(); }
 
-    // Gives this string a private block if it shares one.
+    /// Gives this string a private block if it shares one.
     void unshare() {
         if (isShared()) {
             ImplPtr fresh = createImpl(impl_->length, true);
@@ -247,7 +249,7 @@ public:
     }
 
     // --- comparing -----------------------------------------------------------------------------------
-    // Three-way comparison of two texts where a null pointer and "" are equal.
+    /// Three-way comparison of two texts where a null pointer and "" are equal.
     static int compare(const CharT* a, const CharT* b) noexcept {
         if (a == b) return 0;
         if (!a) return b[0] == CharT(0) ? 0 : -1;
@@ -295,8 +297,8 @@ private:
         impl->length = len;
         impl->data[len] = CharT(0);
     }
-    // Moves to a fresh power-of-two block holding the old characters followed by `len` new ones; the
-    // new ones may come from the old block, which stays alive until the new one is installed.
+    /// Moves to a fresh power-of-two block holding the old characters followed by `len` new ones; the
+    /// new ones may come from the old block, which stays alive until the new one is installed.
     void grow(unsigned need, const CharT* text, unsigned len) {
         ImplPtr fresh = createImpl(need, true);
         const unsigned old = size();
@@ -316,7 +318,7 @@ private:
 };
 
 namespace Qv {
-// Orders narrow strings by strcasecmp of their texts (a null string is ""), for case-insensitive maps.
+/// Orders narrow strings by strcasecmp of their texts (a null string is ""), for case-insensitive maps.
 struct caseInsensitiveCompare {
     bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const noexcept {
         return ::strcasecmp(a.c_str(), b.c_str()) < 0;

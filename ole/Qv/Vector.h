@@ -1,19 +1,21 @@
 #pragma once
 
-// LightweightVector<T> is a vector shared by reference. Copies of it refer to one std::vector, and every
-// change (push_back, copyFrom, clear, remove, ...) is seen by all holders: there is no copy-on-write. It is
-// an iObject itself, so it can also be held through Qv::Ptr. Like the strings it carries no lock; holders
-// on several threads must not change it concurrently.
+/// @file
+/// LightweightVector<T> is a vector shared by reference. Copies of it refer to one std::vector, and every
+/// change (push_back, copyFrom, clear, remove, ...) is seen by all holders: there is no copy-on-write. It is
+/// an iObject itself, so it can also be held through Qv::Ptr. Like the strings it carries no lock; holders
+/// on several threads must not change it concurrently.
 
 #include <ole/Qv/Ptr.h>
 
 #include <algorithm>
 #include <vector>
 
-// A plain owned vector, as used in the library's interfaces.
+/// A plain owned vector, as used in the library's interfaces.
 template <class T>
 using Vector = std::vector<T>;
 
+/// A vector shared by reference: every holder sees every change.
 template <class T>
 class LightweightVector : public iObject {
 public:
@@ -39,7 +41,7 @@ public:
         }
         return *this;
     }
-    // Out-of-range indices are ignored.
+    /// Out-of-range indices are ignored.
     void remove(unsigned int index) {
         if (index < rep_->size()) rep_->erase(rep_->begin() + index);
     }
@@ -47,7 +49,7 @@ public:
     iterator erase(iterator first, iterator last) { return rep_->erase(first, last); }
     void clear() { rep_->clear(); }
     void swap(LightweightVector& other) noexcept { rep_.swap(other.rep_); }
-    // Replaces this vector's elements with copies of the other's (the storage itself is not shared).
+    /// Replaces this vector's elements with copies of the other's (the storage itself is not shared).
     void copyFrom(const LightweightVector& other) {
         if (other.rep_ != rep_) *rep_ = *other.rep_;
     }
@@ -65,7 +67,7 @@ public:
     const_iterator begin() const { return rep_->begin(); }
     const_iterator end() const { return rep_->end(); }
     bool contains(const T& value) const { return std::find(rep_->begin(), rep_->end(), value) != rep_->end(); }
-    // True when both refer to one storage.
+    /// True when both refer to one storage.
     bool sharesWith(const LightweightVector& other) const { return rep_ == other.rep_; }
 
     friend bool operator==(const LightweightVector& a, const LightweightVector& b) { return *a.rep_ == *b.rep_; }

@@ -1,8 +1,10 @@
 #pragma once
 
-// XY<T>: a plain pair of coordinates (a position, a size, a pair of settings), compared member-wise.
-// A value type with no resources; safe to copy between threads.
+/// @file
+/// XY<T>: a plain pair of coordinates (a position, a size, a pair of settings), compared member-wise.
+/// A value type with no resources; safe to copy between threads.
 
+/// A pair of coordinates, compared member-wise.
 template <class T>
 struct XY {
     T x{};

@@ -1,16 +1,17 @@
 #pragma once
 
-// CookieJar: the process-wide allocator of new cookies. Serial cookies take the next number of a counter
-// that persists in the file "cookie.num" of the default local projects directory, so numbering continues
-// across runs; UUID cookies need no counter.
-//
-// The counter file is read when the jar is made and written only by flush() (also run when the jar is
-// destroyed at process exit), so a crash loses the allocations since the last flush and the next run hands
-// those numbers out again; the "Normal Exit" user setting is how that run notices. The file is replaced
-// atomically: after a crash it holds either the old or the new number, never a torn or empty one.
-//
-// The jar has no lock: allocation and flush must come from one thread at a time. Making the singleton is
-// thread-safe. Two processes on one machine sharing the file may hand out the same numbers.
+/// @file
+/// CookieJar: the process-wide allocator of new cookies. Serial cookies take the next number of a counter
+/// that persists in the file "cookie.num" of the default local projects directory, so numbering continues
+/// across runs; UUID cookies need no counter.
+///
+/// The counter file is read when the jar is made and written only by flush() (also run when the jar is
+/// destroyed at process exit), so a crash loses the allocations since the last flush and the next run hands
+/// those numbers out again; the "Normal Exit" user setting is how that run notices. The file is replaced
+/// atomically: after a crash it holds either the old or the new number, never a torn or empty one.
+///
+/// The jar has no lock: allocation and flush must come from one thread at a time. Making the singleton is
+/// thread-safe. Two processes on one machine sharing the file may hand out the same numbers.
 
 #include <ole/platform/export.h>
 #include <ole/misc/Cookie.h>
@@ -18,41 +19,42 @@
 
 #include <cstdint>
 
+/// The allocator of new cookies, with a serial counter kept in a file.
 class OLE_API CookieJar {
 public:
-    // The jar of the process, on getCookieDotNumPath(); made on first use.
+    /// The jar of the process, on getCookieDotNumPath(); made on first use.
     static CookieJar& instance();
-    // A jar on its own counter file; runs init() like the process jar. The process jar is the one to use;
-    // this one exists for tools and tests that keep their counter elsewhere.
+    /// A jar on its own counter file; runs init() like the process jar. The process jar is the one to use;
+    /// this one exists for tools and tests that keep their counter elsewhere.
     explicit CookieJar(const LightweightString<wchar_t>& counterPath);
-    // Flushes the counter.
+    /// Flushes the counter.
     ~CookieJar();
     CookieJar(const CookieJar&) = delete;
     CookieJar& operator=(const CookieJar&) = delete;
 
-    // A new cookie of `type`: a UUID cookie when `form` is non-zero (the type is not checked), otherwise a
-    // serial cookie of the local machine. Type 'I' gives the invalid cookie. A type that is not a cookie
-    // type, or a type-S version outside 0..35 and 255, can never make a serial cookie: that is reported as
-    // an assertion failure and gives the invalid cookie.
+    /// A new cookie of `type`: a UUID cookie when `form` is non-zero (the type is not checked), otherwise a
+    /// serial cookie of the local machine. Type 'I' gives the invalid cookie. A type that is not a cookie
+    /// type, or a type-S version outside 0..35 and 255, can never make a serial cookie: that is reported as
+    /// an assertion failure and gives the invalid cookie.
     Cookie makeCookie(CookieType type, Cookie::eVersion form, int version);
-    // The next serial number. After handing out 1679615 (or more) the numbering restarts at 0.
+    /// The next serial number. After handing out 1679615 (or more) the numbering restarts at 0.
     unsigned int cookieNum();
 
     Cookie::eVersion getDefaultCookieVersion() const { return defaultVersion_; }
     void setDefaultCookieVersion(Cookie::eVersion form) { defaultVersion_ = form; }
 
-    // Reads the counter (warning and restarting at 1 when there is no usable one) and notes in the user
-    // configuration that this run has not yet exited normally; the result is that of the store.
+    /// Reads the counter (warning and restarting at 1 when there is no usable one) and notes in the user
+    /// configuration that this run has not yet exited normally; the result is that of the store.
     bool init();
-    // Writes the counter when it changed since it was last read or written; a failed write is logged and
-    // tried again at the next flush.
+    /// Writes the counter when it changed since it was last read or written; a failed write is logged and
+    /// tried again at the next flush.
     void flush();
-    // Takes the number in the file when it is 1..1679615; false (jar unchanged) otherwise.
+    /// Takes the number in the file when it is 1..1679615; false (jar unchanged) otherwise.
     bool readCookieNum(const LightweightString<wchar_t>& path);
-    // Replaces the file's content with the next number in decimal digits; false when it cannot be written.
+    /// Replaces the file's content with the next number in decimal digits; false when it cannot be written.
     bool writeCookieNum(const LightweightString<wchar_t>& path);
 
-    // The process's counter file: "cookie.num" in the default local projects directory, fixed at first use.
+    /// The process's counter file: "cookie.num" in the default local projects directory, fixed at first use.
     static const LightweightString<wchar_t>& getCookieDotNumPath();
     const LightweightString<wchar_t>& counterPath() const { return path_; }
 
@@ -63,7 +65,7 @@ private:
     LightweightString<wchar_t> path_;
 };
 
-// A new cookie from the process jar, in its default form.
+/// A new cookie from the process jar, in its default form.
 OLE_API Cookie newCookie(CookieType type, int version);
-// A new container cookie: type G, version 0.
+/// A new container cookie: type G, version 0.
 OLE_API Cookie newContainerCookie();

@@ -1,17 +1,18 @@
 #pragma once
 
-// Qv::FrameRate names every frame rate the editor knows: media, projects and outputs all carry one. This
-// header holds the enumeration and its three text forms:
-//   - the display string, for people ("29.97 fps"), wide;
-//   - the persistable string, written into files ("30M"), narrow;
-//   - the plain string, digits only ("2997"), narrow.
-// The numeric facts of a rate (ticks, true frames per second, groups and families) are in ProjectRate.h.
-//
-// Several rates share a display or plain string (a 48 fps rate decimated by 2 shows as "24 fps"); reading
-// text back always gives the lowest rate with that text. Values outside the table are tolerated
-// everywhere: they display as the resource text for an unknown rate, and their persistable string is
-// empty (after the library's assertion line). Parsing never throws; text that names no rate gives
-// FRInvalid. All functions are pure and thread-safe.
+/// @file
+/// Qv::FrameRate names every frame rate the editor knows: media, projects and outputs all carry one. This
+/// header holds the enumeration and its three text forms:
+///   - the display string, for people ("29.97 fps"), wide;
+///   - the persistable string, written into files ("30M"), narrow;
+///   - the plain string, digits only ("2997"), narrow.
+/// The numeric facts of a rate (ticks, true frames per second, groups and families) are in ProjectRate.h.
+///
+/// Several rates share a display or plain string (a 48 fps rate decimated by 2 shows as "24 fps"); reading
+/// text back always gives the lowest rate with that text. Values outside the table are tolerated
+/// everywhere: they display as the resource text for an unknown rate, and their persistable string is
+/// empty (after the library's assertion line). Parsing never throws; text that names no rate gives
+/// FRInvalid. All functions are pure and thread-safe.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
@@ -20,8 +21,8 @@
 
 namespace Qv {
 
-// Stored as a 32-bit value in files and records. "M" marks the 1.001 (NTSC-style) variant of a rate, "D2"
-// and "D3" a rate decimated by 2 or 3 (every second or third frame kept), "F" a film rate.
+/// Stored as a 32-bit value in files and records. "M" marks the 1.001 (NTSC-style) variant of a rate, "D2"
+/// and "D3" a rate decimated by 2 or 3 (every second or third frame kept), "F" a film rate.
 enum FrameRate : int32_t {
     FRInvalid = 0,
     FR24 = 1,
@@ -73,22 +74,22 @@ enum FrameRate : int32_t {
     FR240M = 47,
 };
 
-// The lowest and highest valid values.
+/// The lowest and highest valid values.
 constexpr FrameRate kFirstFrameRate = FR24;
 constexpr FrameRate kLastFrameRate = FR240M;
 
-// "29.97 fps"; film rates and values outside the table give the resource text for an unknown rate.
+/// "29.97 fps"; film rates and values outside the table give the resource text for an unknown rate.
 OLE_API LightweightString<wchar_t> getDisplayString(FrameRate rate);
-// "30M"; empty, after an assertion line, for values outside the table.
+/// "30M"; empty, after an assertion line, for values outside the table.
 OLE_API LightweightString<char> getPersistableString(FrameRate rate);
-// "2997"; "24" for film rates and values outside the table.
+/// "2997"; "24" for film rates and values outside the table.
 OLE_API LightweightString<char> getPlainString(FrameRate rate);
 
-// The lowest rate whose display string equals `text` exactly (case-sensitive); FRInvalid, after an
-// assertion line, when none does.
+/// The lowest rate whose display string equals `text` exactly (case-sensitive); FRInvalid, after an
+/// assertion line, when none does.
 OLE_API FrameRate getFrameRateFromDisplayString(const LightweightString<wchar_t>& text);
-// The rate whose persistable string equals `text` exactly (case-sensitive); FRInvalid, silently, when none
-// does.
+/// The rate whose persistable string equals `text` exactly (case-sensitive); FRInvalid, silently, when none
+/// does.
 OLE_API FrameRate getFrameRateFromPersistableString(const LightweightString<char>& text);
 
 }  // namespace Qv

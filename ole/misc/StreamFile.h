@@ -1,23 +1,24 @@
 #pragma once
 
-// StreamFile: a binary byte stream with one read/write position, the storage under PStream.
-//
-// The whole content is cached in memory. A memory stream starts empty (or with a copy of given bytes) and
-// is never saved anywhere. A file-backed stream is opened on a path: ReadOnly and Update load the whole
-// file at open(); Create starts empty. A modified file-backed stream is written back by flush(), close()
-// or the destructor, replacing the file atomically (temporary file, sync, rename), so a crash never leaves
-// a half-written stream file on disk. Packing seeks back to patch headers, so random access over the cache
-// is what makes the rest simple.
-//
-// Values are little-endian (the processor's order), at their natural width, with no alignment.
-//
-// Bad input: every read is bounds-checked. A read that wants more bytes than remain reads nothing, fills
-// its result with zeros (numbers read as 0, texts as ""), moves the position to the end and sets the
-// sticky failure flag (failed()). Writes to a ReadOnly stream, seeks beyond the end and failed saves also
-// set it. Nothing throws.
-//
-// Thread safety: none; one stream belongs to one thread at a time. The stream owns its cache; views
-// returned by viewString() point into it and stay valid until the next write, assign() or clear().
+/// @file
+/// StreamFile: a binary byte stream with one read/write position, the storage under PStream.
+///
+/// The whole content is cached in memory. A memory stream starts empty (or with a copy of given bytes) and
+/// is never saved anywhere. A file-backed stream is opened on a path: ReadOnly and Update load the whole
+/// file at open(); Create starts empty. A modified file-backed stream is written back by flush(), close()
+/// or the destructor, replacing the file atomically (temporary file, sync, rename), so a crash never leaves
+/// a half-written stream file on disk. Packing seeks back to patch headers, so random access over the cache
+/// is what makes the rest simple.
+///
+/// Values are little-endian (the processor's order), at their natural width, with no alignment.
+///
+/// Bad input: every read is bounds-checked. A read that wants more bytes than remain reads nothing, fills
+/// its result with zeros (numbers read as 0, texts as ""), moves the position to the end and sets the
+/// sticky failure flag (failed()). Writes to a ReadOnly stream, seeks beyond the end and failed saves also
+/// set it. Nothing throws.
+///
+/// Thread safety: none; one stream belongs to one thread at a time. The stream owns its cache; views
+/// returned by viewString() point into it and stay valid until the next write, assign() or clear().
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
@@ -30,30 +31,31 @@
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "stream values are stored in little-endian order");
 
+/// A binary byte stream cached in memory, optionally backed by a file that is replaced atomically.
 class OLE_API StreamFile {
 public:
     enum OpenMode {
-        ReadOnly,  // load the file; writing fails
-        Create,    // start empty; the file is created or replaced when saved
+        ReadOnly,  ///< load the file; writing fails
+        Create,    ///< start empty; the file is created or replaced when saved
         Update     // load the file if it exists (else start empty); saved when modified
     };
 
-    // An empty, writable memory stream.
+    /// An empty, writable memory stream.
     StreamFile();
-    // A memory stream holding a copy of `length` bytes, positioned at the start.
+    /// A memory stream holding a copy of `length` bytes, positioned at the start.
     StreamFile(const void* data, std::size_t length);
-    // Saves a modified file-backed stream (see flush()).
+    /// Saves a modified file-backed stream (see flush()).
     ~StreamFile();
     StreamFile(const StreamFile&) = delete;
     StreamFile& operator=(const StreamFile&) = delete;
 
     // --- files ---------------------------------------------------------------------------------------
-    // Binds the stream to `path` (closing any previous file first). False when a ReadOnly file cannot be
-    // read; the stream is then an empty ReadOnly stream with failed() clear.
+    /// Binds the stream to `path` (closing any previous file first). False when a ReadOnly file cannot be
+    /// read; the stream is then an empty ReadOnly stream with failed() clear.
     bool open(const LightweightString<wchar_t>& path, OpenMode mode);
-    // Writes a modified file-backed stream to its file; true when nothing needed saving or it saved.
+    /// Writes a modified file-backed stream to its file; true when nothing needed saving or it saved.
     bool flush();
-    // flush(), then detaches from the file; the stream becomes an empty memory stream.
+    /// flush(), then detaches from the file; the stream becomes an empty memory stream.
     bool close();
     bool isFileBacked() const noexcept { return !path_.empty(); }
     const LightweightString<wchar_t>& path() const noexcept { return path_; }
@@ -61,18 +63,18 @@ public:
     // --- content -------------------------------------------------------------------------------------
     const uint8_t* data() const noexcept { return store_.data(); }
     std::size_t size() const noexcept { return size_; }
-    // Replaces the content with a copy of the bytes; position 0, failure cleared.
+    /// Replaces the content with a copy of the bytes; position 0, failure cleared.
     void assign(const void* data, std::size_t length);
-    // Empties the stream; position 0, failure cleared.
+    /// Empties the stream; position 0, failure cleared.
     void clear();
     void reserve(std::size_t bytes);
 
     // --- position ------------------------------------------------------------------------------------
     std::size_t position() const noexcept { return pos_; }
-    // Any position from 0 to size() is valid; beyond that the seek fails and the position stays.
+    /// Any position from 0 to size() is valid; beyond that the seek fails and the position stays.
     bool seek(std::size_t position);
     void seekToEnd() noexcept { pos_ = size_; }
-    // Moves forward; past the end it fails like a read.
+    /// Moves forward; past the end it fails like a read.
     bool skip(std::size_t bytes);
     bool atEnd() const noexcept { return pos_ >= size_; }
     std::size_t remaining() const noexcept { return size_ - pos_; }
@@ -83,7 +85,7 @@ public:
     void clearFailure() noexcept { failed_ = false; }
 
     // --- raw bytes -----------------------------------------------------------------------------------
-    // Writes at the position, overwriting and then extending; the position moves past the bytes.
+    /// Writes at the position, overwriting and then extending; the position moves past the bytes.
     bool write(const void* data, std::size_t length) {
         // Fast path: the bytes fit the storage already allocated (overwriting or appending).
         if (length <= store_.size() - pos_ && writable_ && data && length) {
@@ -95,7 +97,7 @@ public:
         }
         return writeSlow(data, length);
     }
-    // All or nothing (see the failure rules above).
+    /// All or nothing (see the failure rules above).
     bool read(void* buffer, std::size_t length) {
         if (length <= size_ - pos_) {
             if (length) std::memcpy(buffer, store_.data() + pos_, length);
@@ -105,7 +107,7 @@ public:
         return readPastEnd(buffer, length);
     }
 
-    // Fixed-width numbers (integers, float, double).
+    /// Fixed-width numbers (integers, float, double).
     template <class T>
     bool writeValue(T value) {
         static_assert(std::is_arithmetic_v<T>, "only numbers are written by value");
@@ -120,30 +122,30 @@ public:
     }
 
     // --- runs of bytes and texts ---------------------------------------------------------------------
-    // Writes `length` bytes of `data`; a `length` of 0 means strlen(data) (null data writes no bytes).
-    //   neither flag:  the bytes, then one 0 byte (a NUL-terminated text)
-    //   prefixLength:  the length as an unsigned 32-bit word, then the bytes
-    //   raw:           the bytes alone (raw wins over prefixLength)
+    /// Writes `length` bytes of `data`; a `length` of 0 means strlen(data) (null data writes no bytes).
+    ///   neither flag:  the bytes, then one 0 byte (a NUL-terminated text)
+    ///   prefixLength:  the length as an unsigned 32-bit word, then the bytes
+    ///   raw:           the bytes alone (raw wins over prefixLength)
     bool writeBinary(const void* data, uint32_t length, bool prefixLength, bool raw);
-    // The mirror of writeBinary into `buffer` of `capacity` bytes; returns the bytes stored.
-    //   neither flag:  a NUL-terminated text; at most capacity-1 characters are kept (the rest is skipped)
-    //                  and the buffer is always NUL-terminated when capacity > 0
-    //   prefixLength:  a 32-bit length, then that many bytes; at most `capacity` are kept
-    //   raw:           exactly `capacity` bytes
-    // A run that does not fit in the rest of the stream fails (see the failure rules).
+    /// The mirror of writeBinary into `buffer` of `capacity` bytes; returns the bytes stored.
+    ///   neither flag:  a NUL-terminated text; at most capacity-1 characters are kept (the rest is skipped)
+    ///                  and the buffer is always NUL-terminated when capacity > 0
+    ///   prefixLength:  a 32-bit length, then that many bytes; at most `capacity` are kept
+    ///   raw:           exactly `capacity` bytes
+    /// A run that does not fit in the rest of the stream fails (see the failure rules).
     std::size_t readBinary(void* buffer, std::size_t capacity, bool prefixLength, bool raw);
-    // Reads a NUL-terminated text (as written by writeBinary with neither flag). Without a terminator
-    // before the end it fails and returns "".
+    /// Reads a NUL-terminated text (as written by writeBinary with neither flag). Without a terminator
+    /// before the end it fails and returns "".
     LightweightString<char> getString();
-    // Like getString() without copying: a pointer to the text inside the cache (its length in *length
-    // when given), or null on failure.
+    /// Like getString() without copying: a pointer to the text inside the cache (its length in *length
+    /// when given), or null on failure.
     const char* viewString(std::size_t* length = nullptr);
 
 private:
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
 
-    // The content is store_[0, size_); the rest of store_ is room to grow into.
+    /// The content is store_[0, size_); the rest of store_ is room to grow into.
     std::vector<uint8_t> store_;
     std::size_t size_ = 0;
     std::size_t pos_ = 0;

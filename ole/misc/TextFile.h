@@ -1,28 +1,30 @@
 #pragma once
 
-// TextFile: a text file held as a vector of lines, read and written whole. Lines are stored without their
-// line ends; reading accepts "\n" and "\r\n", writing uses "\n" after every line. save() replaces the file
-// atomically (temporary file + rename), so a crash never leaves it torn. A file that cannot be read loads
-// as no lines and load() says false.
+/// @file
+/// TextFile: a text file held as a vector of lines, read and written whole. Lines are stored without their
+/// line ends; reading accepts "\n" and "\r\n", writing uses "\n" after every line. save() replaces the file
+/// atomically (temporary file + rename), so a crash never leaves it torn. A file that cannot be read loads
+/// as no lines and load() says false.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
 
 #include <vector>
 
+/// A text file held as a vector of lines.
 class OLE_API TextFile {
 public:
     using Line = LightweightString<char>;
 
     TextFile() = default;
-    // Reads the file at once (see load()).
+    /// Reads the file at once (see load()).
     explicit TextFile(const LightweightString<wchar_t>& path);
 
     bool load(const LightweightString<wchar_t>& path);
-    // Splits a text at newline characters into lines (a final line end adds no empty line).
+    /// Splits a text at newline characters into lines (a final line end adds no empty line).
     void setText(const LightweightString<char>& text);
     bool save(const LightweightString<wchar_t>& path) const;
-    // Saves to the path this file was loaded from.
+    /// Saves to the path this file was loaded from.
     bool save() const;
 
     void appendLine(const Line& line) { lines_.push_back(line); }
@@ -32,11 +34,11 @@ public:
 
     unsigned size() const { return unsigned(lines_.size()); }
     bool empty() const { return lines_.empty(); }
-    // A line past the end reads as "".
+    /// A line past the end reads as "".
     const Line& operator[](unsigned index) const;
     Line& operator[](unsigned index) { return lines_[index]; }
     const std::vector<Line>& lines() const { return lines_; }
-    // The lines joined, each followed by "\n".
+    /// The lines joined, each followed by "\n".
     LightweightString<char> text() const;
     const LightweightString<wchar_t>& path() const { return path_; }
 

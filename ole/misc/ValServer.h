@@ -1,33 +1,34 @@
 #pragma once
 
-// Observable values. A ValServer<T> holds one value and tells its clients, through its own notifier, when
-// the value is about to change ("PreValChange") and when it has changed ("ValChange"). A client follows
-// one server (ValClient<T>) or several (MultiValClient<T>). An optional manager (ValManagerBase<T>) may
-// refuse or adjust values proposed through updateAndNotify(), and brackets groups of changes with the
-// batch messages "StartBatch" and "EndBatch".
-//
-// Ownership: a server does not own its clients or its manager; the manager must outlive the servers that
-// point at it (or be detached with setManager(nullptr)). A dying server sends "destroy!" to its clients,
-// which then forget it. A client that is destroyed drops its registration; a derived client whose handlers
-// touch its own members should call registerWith(nullptr) in its destructor.
-//
-// Threads: delivery runs in the thread that changed the value, under the server's critical section. The
-// value itself is not locked: writers on several threads must agree among themselves. Clients and
-// MultiValClient's lists belong to one thread. The register of the last constructed server is per thread.
+/// @file
+/// Observable values. A ValServer<T> holds one value and tells its clients, through its own notifier, when
+/// the value is about to change ("PreValChange") and when it has changed ("ValChange"). A client follows
+/// one server (ValClient<T>) or several (MultiValClient<T>). An optional manager (ValManagerBase<T>) may
+/// refuse or adjust values proposed through updateAndNotify(), and brackets groups of changes with the
+/// batch messages "StartBatch" and "EndBatch".
+///
+/// Ownership: a server does not own its clients or its manager; the manager must outlive the servers that
+/// point at it (or be detached with setManager(nullptr)). A dying server sends "destroy!" to its clients,
+/// which then forget it. A client that is destroyed drops its registration; a derived client whose handlers
+/// touch its own members should call registerWith(nullptr) in its destructor.
+///
+/// Threads: delivery runs in the thread that changed the value, under the server's critical section. The
+/// value itself is not locked: writers on several threads must agree among themselves. Clients and
+/// MultiValClient's lists belong to one thread. The register of the last constructed server is per thread.
 
 #include <ole/platform/export.h>
 #include <ole/misc/Notifier.h>
 #include <ole/platform/Assert.h>
 
-// How a value changes. Kinds 0 and 3 announce the change beforehand with "PreValChange".
+/// How a value changes. Kinds 0 and 3 announce the change beforehand with "PreValChange".
 enum DataChangeType {
-    kValueChanged = 0,    // an edit: announced before and after
-    kValueAdjusted = 1,   // a small correction: announced after
-    kValueRefreshed = 2,  // the same value re-read: announced after
+    kValueChanged = 0,    ///< an edit: announced before and after
+    kValueAdjusted = 1,   ///< a small correction: announced after
+    kValueRefreshed = 2,  ///< the same value re-read: announced after
     kValueReplaced = 3    // wholly replaced: announced before and after
 };
 
-// An enable counter: enabled while the counter is 0 or below, so disable() calls nest.
+/// An enable counter: enabled while the counter is 0 or below, so disable() calls nest.
 class EnableDisable {
 public:
     void enable() noexcept { --disableCount_; }
@@ -38,23 +39,23 @@ private:
     int disableCount_ = 0;
 };
 
-// What every value server is: counted, linkable into lists, and the holder of the message type ids.
+/// What every value server is: counted, linkable into lists, and the holder of the message type ids.
 class OLE_API ValServerBase : public DLListRec, public iObject {
 public:
     ~ValServerBase() override;
 
-    // Interned when the library starts, in this order.
-    static const int valChangedMsgType_;     // "ValChange"
-    static const int preValChangedMsgType_;  // "PreValChange"
-    static const int startBatchMsgType_;     // "StartBatch"
-    static const int endBatchMsgType_;       // "EndBatch"
+    /// Interned when the library starts, in this order.
+    static const int valChangedMsgType_;     ///< "ValChange"
+    static const int preValChangedMsgType_;  ///< "PreValChange"
+    static const int startBatchMsgType_;     ///< "StartBatch"
+    static const int endBatchMsgType_;       ///< "EndBatch"
 
 protected:
     void traceChange(int type, unsigned clients) const;
 };
 
-// The most recently constructed server of the calling thread. A server that dies while registered here
-// removes itself.
+/// The most recently constructed server of the calling thread. A server that dies while registered here
+/// removes itself.
 class OLE_API LastValServer {
 public:
     explicit LastValServer(ValServerBase* server);
@@ -62,7 +63,7 @@ public:
     LastValServer& operator=(const LastValServer&) = delete;
     ~LastValServer();
 
-    // The last server constructed on this thread; the register is cleared, so a second call gives null.
+    /// The last server constructed on this thread; the register is cleared, so a second call gives null.
     static ValServerBase* getLastValServer();
 
 private:
@@ -72,29 +73,30 @@ private:
 template <class T>
 class ValServer;
 
-// Vets the values proposed to the servers it manages, and sends batch messages to their clients.
+/// Vets the values proposed to the servers it manages, and sends batch messages to their clients.
 template <class T>
 class ValManagerBase : public Notifier {
 public:
-    // Asked before a proposed value is stored; may adjust `value`. Returning false refuses it.
+    /// Asked before a proposed value is stored; may adjust `value`. Returning false refuses it.
     virtual bool approveValue(ValServer<T>* server, T& value) {
         (void)server;
         (void)value;
         return true;
     }
-    // `server` has dropped this manager or is going away.
+    /// `server` has dropped this manager or is going away.
     virtual void detachServer(ValServer<T>* server) { (void)server; }
 
     void startBatch() const { issueNotification(NotifyMsg("StartBatch"), ValServerBase::startBatchMsgType_); }
     void endBatch() const { issueNotification(NotifyMsg("EndBatch"), ValServerBase::endBatchMsgType_); }
 };
 
+/// An observable value that tells its clients before and after it changes.
 template <class T>
 class ValServer : public NotifierEx<T>, public ValServerBase, private LastValServer {
 public:
     ValServer() : LastValServer(this), value_() {}
     explicit ValServer(const T& value) : LastValServer(this), value_(value) {}
-    // Copies the value only: the copy starts without clients or manager.
+    /// Copies the value only: the copy starts without clients or manager.
     ValServer(const ValServer& other)
         : Qv::InternalRefCount(), NotifierEx<T>(), ValServerBase(), LastValServer(this), value_(other.value_) {}
     ~ValServer() override {
@@ -117,8 +119,8 @@ public:
     T getValue() const { return value_; }
     const T& getDataRef() const { return value_; }
 
-    // Stores the value. With `notify`, clients get ValChange afterwards and, for kValueChanged and
-    // kValueReplaced, PreValChange before; without it nobody is told. The manager is not asked.
+    /// Stores the value. With `notify`, clients get ValChange afterwards and, for kValueChanged and
+    /// kValueReplaced, PreValChange before; without it nobody is told. The manager is not asked.
     void setValue(const T& value, DataChangeType change = kValueChanged, bool notify = true) {
         if (!notify) {
             value_ = value;
@@ -132,8 +134,8 @@ public:
     virtual void notifyValChanged() { issueValEvent(valChangedMsgType_); }
     virtual void preNotifyValChanged() { issueValEvent(preValChangedMsgType_); }
 
-    // Stores the value the manager approves (possibly adjusted) and sends ValChange. Returns false, with
-    // the value unchanged and nothing sent, when the manager refuses.
+    /// Stores the value the manager approves (possibly adjusted) and sends ValChange. Returns false, with
+    /// the value unchanged and nothing sent, when the manager refuses.
     virtual bool updateAndNotify(const T& value) {
         if (manager_) {
             T proposed(value);
@@ -146,7 +148,7 @@ public:
         return true;
     }
 
-    // Replaces the manager (null for none); the old one is told to detach this server.
+    /// Replaces the manager (null for none); the old one is told to detach this server.
     void setManager(ValManagerBase<T>* manager) {
         if (manager_ && manager_ != manager) manager_->detachServer(this);
         manager_ = manager;
@@ -154,7 +156,7 @@ public:
     ValManagerBase<T>* getManager() const { return manager_; }
 
     unsigned numClients() const { return this->numRegistrations(); }
-    // Traces each ValChange and PreValChange of this server through DebugOut.
+    /// Traces each ValChange and PreValChange of this server through DebugOut.
     void setDebugMode(bool on) { traceChanges_ = on; }
 
 private:
@@ -171,9 +173,9 @@ private:
     bool traceChanges_ = false;
 };
 
-// Follows one server: ValChange and PreValChange reach the virtual handlers while the client is enabled;
-// the destruction of the server makes the client forget it. Not copyable: the registration points at
-// this object.
+/// Follows one server: ValChange and PreValChange reach the virtual handlers while the client is enabled;
+/// the destruction of the server makes the client forget it. Not copyable: the registration points at
+/// this object.
 template <class T>
 class ValClient : public EnableDisable {
 public:
@@ -183,7 +185,7 @@ public:
     ValClient& operator=(const ValClient&) = delete;
     virtual ~ValClient() = default;
 
-    // Follows `server` (null: none) for every message type. Following the current server again does nothing.
+    /// Follows `server` (null: none) for every message type. Following the current server again does nothing.
     void registerWith(ValServer<T>* server) {
         if (server == server_) return;
         server_ = server;
@@ -211,10 +213,10 @@ public:
     virtual void valPreChangedNtfy() {}
 
     ValServer<T>* getValServer() const { return server_; }
-    // A default value when no server is followed.
+    /// A default value when no server is followed.
     T getServerValue() const { return server_ ? server_->getValue() : T(); }
-    // Sets the followed server's value as operator= on the server does; without a server, prints the
-    // assertion line and does nothing.
+    /// Sets the followed server's value as operator= on the server does; without a server, prints the
+    /// assertion line and does nothing.
     void setServerValue(const T& value) {
         if (Qv::check(server_ != nullptr, "server_ != nullptr", "ole/misc/ValServer", __LINE__))
             server_->setValue(value);
@@ -230,14 +232,14 @@ private:
     Qv::Ptr<Qv::Guard> guard_;
 };
 
-// The target side of ValClientReceiver: an enable counter, the list of receivers that relay to it (it owns
-// them) and the operations they call, with the server as context.
+/// The target side of ValClientReceiver: an enable counter, the list of receivers that relay to it (it owns
+/// them) and the operations they call, with the server as context.
 class OLE_API ValClientBase : public EnableDisable {
 public:
     ValClientBase() = default;
     ValClientBase(const ValClientBase&) = delete;
     ValClientBase& operator=(const ValClientBase&) = delete;
-    // Deletes the receivers still in the list.
+    /// Deletes the receivers still in the list.
     virtual ~ValClientBase();
 
     virtual void valChangedNtfy(ValServerBase* server);
@@ -253,8 +255,8 @@ private:
     DLList receivers_;
 };
 
-// Relays one server's ValChange and PreValChange to a target, with the server as context. It links itself
-// into the target's list on construction; on the server's destruction message it unlinks and deletes itself.
+/// Relays one server's ValChange and PreValChange to a target, with the server as context. It links itself
+/// into the target's list on construction; on the server's destruction message it unlinks and deletes itself.
 template <class T>
 class ValClientReceiver : public DLListRec {
 public:
@@ -284,21 +286,21 @@ private:
     Qv::Ptr<Qv::Guard> guard_;
 };
 
-// Follows several servers, and the batch messages of their managers (one registration per distinct
-// manager). Change handlers get the server that changed; they run only while the client is enabled.
+/// Follows several servers, and the batch messages of their managers (one registration per distinct
+/// manager). Change handlers get the server that changed; they run only while the client is enabled.
 template <class T>
 class MultiValClient : private Notifiable, public ValClientBase {
 public:
     MultiValClient() = default;
     ~MultiValClient() override { removeAllServers(); }
 
-    // Follows `server` as well (once), and its manager's batch messages.
+    /// Follows `server` as well (once), and its manager's batch messages.
     void addServer(ValServer<T>* server) {
         if (!server || findReceiver(server)) return;
         new ValClientReceiver<T>(this, server);
         addManagerFor(server);
     }
-    // Stops following `server`; its manager too, unless another followed server shares it.
+    /// Stops following `server`; its manager too, unless another followed server shares it.
     void removeServer(ValServer<T>* server) {
         ValClientReceiver<T>* receiver = findReceiver(server);
         if (!receiver) return;
@@ -314,7 +316,7 @@ public:
     }
 
     int getNumServers() const { return int(receivers().count()); }
-    // The index-th followed server in the order added, or null.
+    /// The index-th followed server in the order added, or null.
     ValServer<T>* getValServer(int index) const {
         int i = 0;
         for (DLListRec* rec = receivers().first(); rec; rec = rec->next(), ++i)
@@ -339,8 +341,8 @@ public:
         }
     }
 
-    // "StartBatch" and "EndBatch" from a followed manager reach the batch operations; a manager's
-    // destruction message drops it; anything else is ignored.
+    /// "StartBatch" and "EndBatch" from a followed manager reach the batch operations; a manager's
+    /// destruction message drops it; anything else is ignored.
     int handleNotification(const NotifyMsg& msg) {
         for (auto it = managers_.begin(); it != managers_.end(); ++it) {
             if (it->sender != msg.sender()) continue;
@@ -370,7 +372,7 @@ public:
 private:
     struct ManagerEntry {
         ValManagerBase<T>* manager;
-        const Notifier* sender;  // the manager as the sender of its messages, kept for its destruction
+        const Notifier* sender;  ///< the manager as the sender of its messages, kept for its destruction
         Qv::Ptr<Qv::Guard> guard;
     };
 

@@ -1,17 +1,18 @@
 #pragma once
 
-// Timecode: the editor's address of a video frame, hours:minutes:seconds and frames, written "HH:MM:SS.FF"
-// (non-drop) or "HH:MM:SS;FF" (drop frame). These functions convert between the three forms of a point in
-// time: seconds (a double, the form the rest of the editor stores), a frame number, and the timecode text
-// or record (tc_addr).
-//
-// Drop frame always means the 29.97 counting scheme: labels ;00 and ;01 are skipped at second 0 of every
-// minute not divisible by ten, giving 107892 frames an hour. It is used whenever the drop flag is set,
-// whatever the rate.
-//
-// Bad input never crashes and nothing throws: unparsable text reads as 0.0 seconds, fields out of range
-// simply enter the arithmetic, and an invalid rate makes tc_to_string print the library's assertion line
-// and fail. All functions are re-entrant.
+/// @file
+/// Timecode: the editor's address of a video frame, hours:minutes:seconds and frames, written "HH:MM:SS.FF"
+/// (non-drop) or "HH:MM:SS;FF" (drop frame). These functions convert between the three forms of a point in
+/// time: seconds (a double, the form the rest of the editor stores), a frame number, and the timecode text
+/// or record (tc_addr).
+///
+/// Drop frame always means the 29.97 counting scheme: labels ;00 and ;01 are skipped at second 0 of every
+/// minute not divisible by ten, giving 107892 frames an hour. It is used whenever the drop flag is set,
+/// whatever the rate.
+///
+/// Bad input never crashes and nothing throws: unparsable text reads as 0.0 seconds, fields out of range
+/// simply enter the arithmetic, and an invalid rate makes tc_to_string print the library's assertion line
+/// and fail. All functions are re-entrant.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
@@ -19,77 +20,78 @@
 
 #include <cstdint>
 
-// A timecode record. Frame numbers that convert to and from it count from 1.
+/// A timecode record. Frame numbers that convert to and from it count from 1.
 struct tc_addr {
     int16_t hours;
     int16_t minutes;
     int16_t seconds;
-    int16_t frames;     // in drop frame, minutes not divisible by 10 start at frame 2 at second 0
-    int16_t dropFrame;  // non-zero: drop-frame timecode
+    int16_t frames;     ///< in drop frame, minutes not divisible by 10 start at frame 2 at second 0
+    int16_t dropFrame;  ///< non-zero: drop-frame timecode
 };
 
-// The kind of timecode a time is shown in.
+/// The kind of timecode a time is shown in.
 struct TCInf {
     Qv::FrameRate rate = Qv::FRInvalid;
     bool dropFrame = false;
 };
 
-// Frames of drop-frame timecode.
+/// Frames of drop-frame timecode.
 namespace DropFrame {
-constexpr int kFramesPerHour = 107892;       // 30 * 3600 - 108
-constexpr int kFramesPerTenMinutes = 17982;  // 30 * 600 - 18
-constexpr int kFramesInFullMinute = 1800;    // the first minute of each ten keeps all its labels
+constexpr int kFramesPerHour = 107892;       ///< 30 * 3600 - 108
+constexpr int kFramesPerTenMinutes = 17982;  ///< 30 * 600 - 18
+constexpr int kFramesInFullMinute = 1800;    ///< the first minute of each ten keeps all its labels
 constexpr int kFramesInDroppingMinute = 1798;
-constexpr int kFramesInDroppingSecond0 = 28;  // labels 02..29
+constexpr int kFramesInDroppingSecond0 = 28;  ///< labels 02..29
 constexpr int kFramesPerDay = 24 * kFramesPerHour;
 }  // namespace DropFrame
 
-// Bits of the `flags` argument of tc_to_string. Fields that lead with zero are left out unless their bit is
-// set; once one field is printed, every later field gets two digits.
+/// Bits of the `flags` argument of tc_to_string. Fields that lead with zero are left out unless their bit is
+/// set; once one field is printed, every later field gets two digits.
 enum TimecodeFormatFlags {
-    kTcShowHours = 1,    // hours with two digits even when zero
-    kTcShowMinutes = 2,  // minutes with two digits even when they lead and are zero
-    kTcShowSeconds = 4,  // the same for the seconds
-    kTcShowFrames = 8,   // the frames (after their separator) even when they stand alone
-    kTcFull = 15,        // "HH:MM:SS.FF"
+    kTcShowHours = 1,    ///< hours with two digits even when zero
+    kTcShowMinutes = 2,  ///< minutes with two digits even when they lead and are zero
+    kTcShowSeconds = 4,  ///< the same for the seconds
+    kTcShowFrames = 8,   ///< the frames (after their separator) even when they stand alone
+    kTcFull = 15,        ///< "HH:MM:SS.FF"
 };
 
-// Formats `seconds` at `rate` into `buffer`, which must hold 13 bytes ("-HH:MM:SS;FF" and NUL). The time is
-// rounded down to a frame. A negative time gets a leading "-". Non-drop text wraps past 24 hours (exactly 24
-// hours prints as "24:00:00.00"); drop-frame text does not wrap. Without kTcShowFrames a time under a
-// second prints as "" (frames alone are dropped). Frame numbers of 100 or more (rates above 100 fps) and
-// hours of 100 or more print their tens as the character '0' + tens, keeping the text at two characters.
-// Returns false, leaving `buffer` untouched, for FRInvalid (after an assertion line) and for a non-drop rate
-// without ticks (after the rate's own assertion line).
+/// Formats `seconds` at `rate` into `buffer`, which must hold 13 bytes ("-HH:MM:SS;FF" and NUL). The time is
+/// rounded down to a frame. A negative time gets a leading "-". Non-drop text wraps past 24 hours (exactly 24
+/// hours prints as "24:00:00.00"); drop-frame text does not wrap. Without kTcShowFrames a time under a
+/// second prints as "" (frames alone are dropped). Frame numbers of 100 or more (rates above 100 fps) and
+/// hours of 100 or more print their tens as the character '0' + tens, keeping the text at two characters.
+/// Returns false, leaving `buffer` untouched, for FRInvalid (after an assertion line) and for a non-drop rate
+/// without ticks (after the rate's own assertion line).
 OLE_API bool tc_to_string(double seconds, char* buffer, int flags, Qv::FrameRate rate, bool dropFrame);
 
-// Parses "H:M:S?F" (any one character for "?": the separator is not checked) into seconds at `rate`.
-// "-H:M:S?F" parses as a negative non-drop time even when `dropFrame` is set. In drop frame, labels that do
-// not exist (";00" and ";01" at second 0 of a dropping minute) give the frames just before the minute.
-// Null or unparsable text, and rates without a true frame rate, give 0.0.
+/// Parses "H:M:S?F" (any one character for "?": the separator is not checked) into seconds at `rate`.
+/// "-H:M:S?F" parses as a negative non-drop time even when `dropFrame` is set. In drop frame, labels that do
+/// not exist (";00" and ";01" at second 0 of a dropping minute) give the frames just before the minute.
+/// Null or unparsable text, and rates without a true frame rate, give 0.0.
 OLE_API double string_to_tc(const char* text, Qv::FrameRate rate, bool dropFrame);
+/// The same, at the rate and drop flag of `info`.
 OLE_API double string_to_tc(const char* text, const TCInf& info);
 
-// True when the character after "HH:MM:SS" (leading white space skipped) is ";" or ",". False for null
-// text and for text shorter than 9 characters.
+/// True when the character after "HH:MM:SS" (leading white space skipped) is ";" or ",". False for null
+/// text and for text shorter than 9 characters.
 OLE_API bool isTimecodeStringDropFrame(const char* text);
 
-// Record to frame number, counting from 1. `rate` is whole frames per second; it is ignored in drop frame.
+/// Record to frame number, counting from 1. `rate` is whole frames per second; it is ignored in drop frame.
 OLE_API int tc_to_frames(const tc_addr* tc, short rate, short dropFrame);
-// Frame number (from 1) to record. Frame numbers below 1 wrap to the day before; records past the day are
-// clamped to 23:59:59 and the last frame. A `rate` of 0 gives an all-zero record.
+/// Frame number (from 1) to record. Frame numbers below 1 wrap to the day before; records past the day are
+/// clamped to 23:59:59 and the last frame. A `rate` of 0 gives an all-zero record.
 OLE_API void frames_to_tc(int frame, tc_addr* tc, short rate, short dropFrame);
-// True when all five fields, the drop flag included, are equal. An equality test, not an ordering.
+/// True when all five fields, the drop flag included, are equal. An equality test, not an ordering.
 OLE_API bool tcode_compare(const tc_addr& a, const tc_addr& b);
 
-// Seconds at the start of frame count `frames` (a frame count of -1 is the unset time, 1e99), optionally
-// through film pulldown with the given cycle phase. A small offset keeps the result inside its frame so that
-// tc_to_frames gives the count back.
+/// Seconds at the start of frame count `frames` (a frame count of -1 is the unset time, 1e99), optionally
+/// through film pulldown with the given cycle phase. A small offset keeps the result inside its frame so that
+/// tc_to_frames gives the count back.
 OLE_API double frames_to_tc(int frames, Qv::FrameRate rate, int pulldown, int phase);
-// Frame count at `seconds` (the unset time 1e99 gives -1), optionally removing film pulldown. The sign of
-// the time is kept.
+/// Frame count at `seconds` (the unset time 1e99 gives -1), optionally removing film pulldown. The sign of
+/// the time is kept.
 OLE_API int tc_to_frames(double seconds, Qv::FrameRate rate, int pulldown, int phase);
 
-// A wall-clock time in seconds since the epoch, in local time: "Www Mmm dd hh:mm:ss yyyy\n" when `full`,
-// else "Www Mmm dd hh:mm".
+/// A wall-clock time in seconds since the epoch, in local time: "Www Mmm dd hh:mm:ss yyyy\n" when `full`,
+/// else "Www Mmm dd hh:mm".
 OLE_API LightweightString<wchar_t> timeAsString(unsigned int time, bool full);

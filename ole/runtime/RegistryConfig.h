@@ -1,14 +1,15 @@
 #pragma once
 
-// Registry-style configuration: sections of named text values, persisted as a text file of
-//     [Section]
-//     name=value
-// lines. GlobalConfig() holds the settings of this machine ("global.cfg" in the machine settings
-// directory); UserConfig() those of the user ("user.cfg" in the preferences directory). Each change is
-// written at once, atomically (temporary file + rename), so a crash never leaves a torn file. Names and
-// sections are case-sensitive; values are single lines (line breaks are stored escaped as "\n", a backslash
-// as "\\"). All operations are thread-safe. Typed getters fall back to the default when the value is
-// missing or does not parse.
+/// @file
+/// Registry-style configuration: sections of named text values, persisted as a text file of
+///     [Section]
+///     name=value
+/// lines. GlobalConfig() holds the settings of this machine ("global.cfg" in the machine settings
+/// directory); UserConfig() those of the user ("user.cfg" in the preferences directory). Each change is
+/// written at once, atomically (temporary file + rename), so a crash never leaves a torn file. Names and
+/// sections are case-sensitive; values are single lines (line breaks are stored escaped as "\n", a backslash
+/// as "\\"). All operations are thread-safe. Typed getters fall back to the default when the value is
+/// missing or does not parse.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
@@ -18,13 +19,14 @@
 #include <utility>
 #include <vector>
 
+/// Sections of named text values persisted as a text file, each change written at once.
 class OLE_API RegistryConfig {
 public:
     using Text = LightweightString<char>;
-    // The section used by the forms that take no section.
+    /// The section used by the forms that take no section.
     static constexpr const char* kDefaultSection = "Configuration";
 
-    // A store backed by the file at `path`; the file is read on first use and need not exist.
+    /// A store backed by the file at `path`; the file is read on first use and need not exist.
     explicit RegistryConfig(const LightweightString<wchar_t>& path);
 
     Text getValue(const Text& section, const Text& name, const Text& defaultValue) const;
@@ -32,7 +34,7 @@ public:
     long getValue(const Text& section, const Text& name, long defaultValue) const;
     double getValue(const Text& section, const Text& name, double defaultValue) const;
     bool getValue(const Text& section, const Text& name, bool defaultValue) const;
-    // Without these, a text literal would pick the bool overloads.
+    /// Without these, a text literal would pick the bool overloads.
     Text getValue(const Text& section, const Text& name, const char* defaultValue) const {
         return getValue(section, name, Text(defaultValue));
     }
@@ -43,7 +45,7 @@ public:
     int getValue(const Text& name, int defaultValue) const;
 
     bool hasValue(const Text& section, const Text& name) const;
-    // Stores the value and saves the file; false when the file could not be written.
+    /// Stores the value and saves the file; false when the file could not be written.
     bool setValue(const Text& section, const Text& name, const Text& value);
     bool setValue(const Text& section, const Text& name, const char* value) {
         return setValue(section, name, Text(value));
@@ -51,15 +53,15 @@ public:
     bool setValue(const Text& section, const Text& name, int value);
     bool setValue(const Text& section, const Text& name, bool value);
     bool setValue(const Text& section, const Text& name, double value);
-    // Stores several values of one section and saves the file once.
+    /// Stores several values of one section and saves the file once.
     bool setValues(const Text& section, const std::vector<std::pair<Text, Text>>& values);
-    // Removes the value (true when there was one) and saves the file.
+    /// Removes the value (true when there was one) and saves the file.
     bool removeValue(const Text& section, const Text& name);
-    // Every (name, value) of a section, in name order.
+    /// Every (name, value) of a section, in name order.
     std::vector<std::pair<Text, Text>> getValues(const Text& section) const;
 
     const LightweightString<wchar_t>& path() const { return path_; }
-    // Forgets what was read, so the next use reads the file again.
+    /// Forgets what was read, so the next use reads the file again.
     void reload();
 
 private:
@@ -74,5 +76,7 @@ private:
     mutable std::map<Text, Section> sections_;
 };
 
+/// The settings of this machine: "global.cfg" in the machine settings directory.
 OLE_API RegistryConfig& GlobalConfig();
+/// The settings of the user: "user.cfg" in the preferences directory.
 OLE_API RegistryConfig& UserConfig();
