@@ -317,6 +317,7 @@ void set(const ConfigOptions& o) {
     const ConfigEntryT made = makeEntry(o.value, tag);
     const std::string value = str(made.value);
 
+    const Qv::FileLock lock = lockFile(o.file);  // held from the read to the write
     ConfigFile file(o.file, o.end);
     if (o.create && !fileExists(o.file)) {
         file.parse("{\n" + o.end + "\n");
@@ -347,6 +348,7 @@ void set(const ConfigOptions& o) {
 }
 
 void remove(const ConfigOptions& o) {
+    const Qv::FileLock lock = lockFile(o.file);
     ConfigFile file = load(o);
     const Entry e = findEntry(file, o.name);
     file.removeLine(e.line);
