@@ -15,6 +15,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -252,4 +253,28 @@ TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
     oletest::LogCapture log;
     EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
     EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
+}
+
+// Several first runs at once pick one number between them, and callers can tell a fallback number.
+TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
+    std::vector<pid_t> children;
+    for (int c = 0; c < 4; ++c) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            const std::string mine = std::to_string(Cookie::getLocalMachineNumber());
+            ::_exit(oletest::writeFile(cwd_ + "/child" + std::to_string(c), mine) ? 0 : 1);
+        }
+        children.push_back(pid);
+    }
+    for (const pid_t pid : children) ::waitpid(pid, nullptr, 0);
+    const std::string chosen = oletest::readFile(settingsFile_);
+    for (int c = 0; c < 4; ++c)
+        EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);
+    Cookie::resetLocalMachineNumberForTesting();
+    EXPECT_TRUE(Cookie::hasLocalMachineNumber());
+
+    writeSettingsFile("99999");
+    oletest::LogCapture log;
+    EXPECT_FALSE(Cookie::hasLocalMachineNumber());
+    EXPECT_EQ(Cookie::getLocalMachineNumber(), 1);
 }

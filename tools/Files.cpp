@@ -18,8 +18,11 @@ std::string readWholeFile(const std::string& path) {
     std::string content;
     const Qv::FileStatus status = OS()->fileSystem()->readFile(fromUTF8(path.c_str()).c_str(), content);
     if (status == Qv::FileStatus::kOk) return content;
-    if (status == Qv::FileStatus::kUnreadable)
+    if (status == Qv::FileStatus::kUnreadable || status == Qv::FileStatus::kMissing)
         throw InputError("cannot read " + quote(path) + ": " + std::strerror(errno));
+    if (status == Qv::FileStatus::kNotRegular &&
+        OS()->fileSystem()->isDirectory(fromUTF8(path.c_str()).c_str()))
+        throw InputError("cannot read " + quote(path) + ": " + std::strerror(EISDIR));
     throw InputError("cannot read " + quote(path) + ": it " + Qv::FileSystem::describe(status));
 }
 
