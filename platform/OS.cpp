@@ -185,6 +185,15 @@ std::vector<std::wstring> FileSystem::listDirectory(const wchar_t* dir, const wc
 
 namespace {
 
+// The path with symbolic links resolved; as given when it cannot be resolved (e.g. it does not exist).
+std::string resolvedPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved) return path;
+    std::string result = resolved;
+    std::free(resolved);
+    return result;
+}
+
 std::string directoryPart(const std::string& path) {
     std::string copy = path;
     return ::dirname(copy.data());
@@ -254,12 +263,8 @@ FileStatus readRegularFile(const wchar_t* path, std::string& content, std::size_
 FileStatus FileSystem::replaceFile(const wchar_t* path, const void* data, std::size_t bytes,
                                    unsigned flags) const {
     if (!path || !*path) return FileStatus::kWriteFailed;
-    std::string target = platform::narrow(path);
     // A symbolic link is written through, so it keeps pointing at the file.
-    if (char* resolved = ::realpath(target.c_str(), nullptr)) {
-        target = resolved;
-        std::free(resolved);
-    }
+    const std::string target = resolvedPath(platform::narrow(path));
     struct stat existing;
     const bool exists = ::stat(target.c_str(), &existing) == 0;
     if (exists) {
@@ -316,7 +321,11 @@ FileStatus FileSystem::readFilePrefix(const wchar_t* path, std::string& content,
 
 FileLock FileSystem::lock(const wchar_t* path) const {
     if (!path || !*path) return FileLock();
-    const std::string lockPath = platform::narrow(path) + ".lock";
+    // Through a symbolic link to a regular file the lock is that of the file it names, the one replaced.
+    std::string target = platform::narrow(path);
+    struct stat st;
+    if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) target = resolvedPath(target);
+    const std::string lockPath = target + ".lock";
     for (;;) {
         int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
         if (fd < 0 && errno == EINTR) continue;
