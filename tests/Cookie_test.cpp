@@ -15,7 +15,6 @@
 #include <ostream>
 #include <set>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -257,16 +256,10 @@ TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
 
 // Several first runs at once pick one number between them, and callers can tell a fallback number.
 TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
-    std::vector<pid_t> children;
-    for (int c = 0; c < 4; ++c) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            const std::string mine = std::to_string(Cookie::getLocalMachineNumber());
-            ::_exit(oletest::writeFile(cwd_ + "/child" + std::to_string(c), mine) ? 0 : 1);
-        }
-        children.push_back(pid);
-    }
-    for (const pid_t pid : children) ::waitpid(pid, nullptr, 0);
+    EXPECT_TRUE(oletest::inChildProcesses(4, [&](int c) {
+        return oletest::writeFile(cwd_ + "/child" + std::to_string(c),
+                                  std::to_string(Cookie::getLocalMachineNumber()));
+    }));
     const std::string chosen = oletest::readFile(settingsFile_);
     for (int c = 0; c < 4; ++c)
         EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -164,21 +163,11 @@ TEST(FileSystem, LockedReadChangeWriteLosesNothingBetweenProcesses) {
         const std::string next = std::to_string(std::atoi(text.c_str()) + 1);
         return lock.isLocked() && fs().writeAtomically(path.c_str(), next.data(), next.size());
     };
-    std::vector<pid_t> children;
-    for (int c = 0; c < 4; ++c) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            bool ok = true;
-            for (int i = 0; i < 50; ++i) ok = addOne() && ok;
-            ::_exit(ok ? 0 : 1);
-        }
-        children.push_back(pid);
-    }
-    for (const pid_t pid : children) {
-        int status = -1;
-        ::waitpid(pid, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
+    EXPECT_TRUE(oletest::inChildProcesses(4, [&](int) {
+        bool ok = true;
+        for (int i = 0; i < 50; ++i) ok = addOne() && ok;
+        return ok;
+    }));
     EXPECT_EQ(oletest::readFile(dir + "/count"), "200");
     EXPECT_EQ(oletest::listDirectory(dir), Names{"count"});
 }

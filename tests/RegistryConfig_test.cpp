@@ -12,8 +12,6 @@
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -152,23 +150,13 @@ TEST_F(RegistryConfigTest, KeepsLinesItDoesNotOwnAndNeverWritesOverAnUnreadableF
 }
 
 TEST_F(RegistryConfigTest, ProcessesChangingOneFileLoseNothing) {
-    std::vector<pid_t> children;
-    for (int c = 0; c < 6; ++c) {
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            RegistryConfig config(path());
-            bool ok = true;
-            for (int i = 0; i < 10; ++i)
-                ok = config.setValue("P", ("v" + std::to_string(c * 10 + i)).c_str(), i) && ok;
-            ::_exit(ok ? 0 : 1);
-        }
-        children.push_back(pid);
-    }
-    for (const pid_t pid : children) {
-        int status = -1;
-        ::waitpid(pid, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
+    EXPECT_TRUE(oletest::inChildProcesses(6, [&](int c) {
+        RegistryConfig config(path());
+        bool ok = true;
+        for (int i = 0; i < 10; ++i)
+            ok = config.setValue("P", ("v" + std::to_string(c * 10 + i)).c_str(), i) && ok;
+        return ok;
+    }));
     EXPECT_EQ(RegistryConfig(path()).getValues("P").size(), 60u);
 }
 
