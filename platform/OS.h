@@ -126,10 +126,11 @@ public:
         return replaceFile(path, data, bytes) == FileStatus::kOk;
     }
     // writeAtomically with the reason for a failure. An existing file keeps its owner, group and mode (the
-    // write is refused with kOwnerNotKept when the owner cannot be kept), a file nobody may write is
-    // refused with kReadOnly unless `flags` holds kReplaceReadOnly, anything but a regular file with
-    // kNotRegular, and a file with several hard links is rewritten in place so that every name keeps
-    // seeing it (that rewrite is not atomic: take the file's lock around it).
+    // write is refused with kOwnerNotKept when the owner cannot be kept). A file this user may not write,
+    // or with no write permission at all (which root would otherwise ignore), is refused with kReadOnly
+    // unless `flags` holds kReplaceReadOnly; anything but a regular file with kNotRegular. A file with
+    // several hard links is rewritten in place so that every name keeps seeing it (that rewrite is not
+    // atomic: take the file's lock around it).
     FileStatus replaceFile(const wchar_t* path, const void* data, std::size_t bytes,
                            unsigned flags = 0) const;
     // Reads a whole regular file into `content`, never more than `limit` bytes: a larger file is

@@ -5,7 +5,8 @@
 // removed). Before changing anything the whole file must read cleanly, more strictly than the library
 // reads it: the "{" line first, an end line, nothing but blank lines after it, every entry named, no name
 // given twice; and the library must read the same entries from it. The result is read back the same way
-// before it replaces the file, atomically.
+// before it replaces the file, atomically; the file's lock is held from the read to the replace, so
+// concurrent edits of one file never lose each other's changes.
 
 #include "Arguments.h"
 #include "Commands.h"
