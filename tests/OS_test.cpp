@@ -151,27 +151,6 @@ TEST(OperatingSystem, RegistrySpecialDirectoriesAndClock) {
 
 }  // namespace
 
-// Processes adding one to a counter file under its lock: every increment must survive, and the lock file
-// must be gone afterwards.
-TEST(FileSystem, LockedReadChangeWriteLosesNothingBetweenProcesses) {
-    const std::string dir = oletest::makeTempDir("lock");
-    const std::wstring path = wide(dir + "/count");
-    const auto addOne = [&] {
-        const Qv::FileLock lock = fs().lock(path.c_str());
-        std::string text;
-        fs().readFile(path.c_str(), text);
-        const std::string next = std::to_string(std::atoi(text.c_str()) + 1);
-        return lock.isLocked() && fs().writeAtomically(path.c_str(), next.data(), next.size());
-    };
-    EXPECT_TRUE(oletest::inChildProcesses(4, [&](int) {
-        bool ok = true;
-        for (int i = 0; i < 50; ++i) ok = addOne() && ok;
-        return ok;
-    }));
-    EXPECT_EQ(oletest::readFile(dir + "/count"), "200");
-    EXPECT_EQ(oletest::listDirectory(dir), Names{"count"});
-}
-
 TEST(FileSystem, ReplaceKeepsOwnerModeAndLinksAndRefusesReadOnlyFiles) {
     const std::string dir = oletest::makeTempDir("keep");
     const std::string file = dir + "/private.cfg";

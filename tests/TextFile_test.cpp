@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
-
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -90,13 +88,3 @@ TEST(TextFile, MissingOrUnwritableFilesFailQuietly) {
 }
 
 }  // namespace
-
-TEST(TextFile, RefusesDevicesAndFifosWithoutReading) {
-    const std::string fifo = oletest::makeTempDir("fifo") + "/pipe";
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    for (const std::string& path : {std::string("/dev/zero"), fifo}) {
-        TextFile file;
-        EXPECT_FALSE(file.load(ws(path))) << path;
-        EXPECT_EQ(file.loadStatus(), Qv::FileStatus::kNotRegular) << path;
-    }
-}
