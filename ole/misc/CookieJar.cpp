@@ -101,11 +101,16 @@ void logUnableToUpdate(const LightweightString<wchar_t>& path) {
         toUTF8(path).c_str());
 }
 
-// Writes the number as decimal digits, making the directory if need be; logs the banner on failure.
-bool storeNumber(const LightweightString<wchar_t>& path, uint32_t number) {
+void makeParentDirectory(const LightweightString<wchar_t>& path) {
     const Qv::FileSystem* fs = OS()->fileSystem();
     const LightweightString<wchar_t> dir = parentDirectory(path);
     if (!dir.empty() && !fs->isDirectory(dir.c_str())) fs->createDirectory(dir.c_str());
+}
+
+// Writes the number as decimal digits, making the directory if need be; logs the banner on failure.
+bool storeNumber(const LightweightString<wchar_t>& path, uint32_t number) {
+    const Qv::FileSystem* fs = OS()->fileSystem();
+    makeParentDirectory(path);
     char digits[16];
     const int length = std::snprintf(digits, sizeof digits, "%u", number);
     if (fs->writeAtomically(path.c_str(), digits, size_t(length))) return true;
@@ -115,10 +120,8 @@ bool storeNumber(const LightweightString<wchar_t>& path, uint32_t number) {
 
 // The counter file's lock; its directory is made first so that the lock file has a place.
 Qv::FileLock lockCounter(const LightweightString<wchar_t>& path) {
-    const Qv::FileSystem* fs = OS()->fileSystem();
-    const LightweightString<wchar_t> dir = parentDirectory(path);
-    if (!dir.empty() && !fs->isDirectory(dir.c_str())) fs->createDirectory(dir.c_str());
-    return fs->lock(path.c_str());
+    makeParentDirectory(path);
+    return OS()->fileSystem()->lock(path.c_str());
 }
 
 enum class Counter { kNumber, kNoNumber, kUnreadable };
