@@ -35,6 +35,7 @@
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
+#include <ole/misc/QvDataCompression.h>
 #include <ole/misc/strmable.h>
 
 // Identity
@@ -49,6 +50,12 @@
 #include <ole/misc/strp_field.h>
 #include <ole/misc/configb.h>
 #include <ole/misc/EditorPreferences.h>
+
+// Commands and key mapping
+#include <ole/misc/KeyMap.h>
+#include <ole/misc/CommandMap.h>
+#include <ole/misc/CommandMapMMC.h>
+#include <ole/misc/CommandMacroManager.h>
 
 // Video time and formats
 #include <ole/misc/FrameRate.h>

@@ -2,6 +2,7 @@
 
 #include "internal/Text.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -16,6 +17,7 @@
 #include <libgen.h>
 #include <string>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
@@ -87,6 +89,10 @@ bool OSFile::write(const void* data, std::size_t bytes) const {
 
 bool OSFile::seek(int64_t offset) const {
     return fd_ >= 0 && ::lseek(fd_, offset, SEEK_SET) == offset;
+}
+
+bool OSFile::truncate(int64_t bytes) const {
+    return fd_ >= 0 && ::ftruncate(fd_, off_t(bytes)) == 0;
 }
 
 int64_t OSFile::size() const {
@@ -179,6 +185,15 @@ std::vector<std::wstring> FileSystem::listDirectory(const wchar_t* dir, const wc
 
 namespace {
 
+// The path with symbolic links resolved; as given when it cannot be resolved (e.g. it does not exist).
+std::string resolvedPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (!resolved) return path;
+    std::string result = resolved;
+    std::free(resolved);
+    return result;
+}
+
 std::string directoryPart(const std::string& path) {
     std::string copy = path;
     return ::dirname(copy.data());
@@ -199,18 +214,66 @@ std::string nameFor(int fd, const std::string& target, const std::string& existi
     return std::string();
 }
 
+// A file with several names cannot be replaced without cutting the other names off: its content is
+// rewritten where it lies.
+FileStatus rewriteInPlace(const std::string& target, const void* data, std::size_t bytes) {
+    const OSFile file(::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    const bool done = file.write(data, bytes) && file.truncate(int64_t(bytes)) && file.sync();
+    return done ? FileStatus::kOk : FileStatus::kWriteFailed;
+}
+
+FileStatus readRegularFile(const wchar_t* path, std::string& content, std::size_t limit, bool prefixOnly) {
+    content.clear();
+    if (!path || !*path) return FileStatus::kMissing;
+    // O_NONBLOCK: opening a FIFO must not wait for a writer; it is refused below without being read.
+    int fd;
+    do {
+        fd = ::open(platform::narrow(path).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return FileStatus::kMissing;
+        return errno == ENXIO ? FileStatus::kNotRegular : FileStatus::kUnreadable;
+    }
+    const OSFile file(fd);
+    struct stat st;
+    if (::fstat(fd, &st) != 0) return FileStatus::kUnreadable;
+    if (!S_ISREG(st.st_mode)) return FileStatus::kNotRegular;
+    if (!prefixOnly && uint64_t(st.st_size) > limit) return FileStatus::kTooLarge;
+    // One byte past the limit tells a file that grew since fstat from one that fits.
+    const std::size_t wanted = prefixOnly ? limit : limit + 1;
+    char buffer[65536];
+    while (content.size() < wanted) {
+        const long n = file.read(buffer, std::min(sizeof buffer, wanted - content.size()));
+        if (n < 0) {
+            content.clear();
+            return FileStatus::kUnreadable;
+        }
+        if (n == 0) break;
+        content.append(buffer, std::size_t(n));
+    }
+    if (content.size() > limit) {
+        content.clear();
+        return FileStatus::kTooLarge;
+    }
+    return FileStatus::kOk;
+}
+
 }  // namespace
 
-bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
-    if (!path || !*path) return false;
-    std::string target = platform::narrow(path);
-    // A link is written through, so it keeps pointing at the file; an existing file keeps its mode.
-    if (char* resolved = ::realpath(target.c_str(), nullptr)) {
-        target = resolved;
-        std::free(resolved);
-    }
+FileStatus FileSystem::replaceFile(const wchar_t* path, const void* data, std::size_t bytes,
+                                   unsigned flags) const {
+    if (!path || !*path) return FileStatus::kWriteFailed;
+    // A symbolic link is written through, so it keeps pointing at the file.
+    const std::string target = resolvedPath(platform::narrow(path));
     struct stat existing;
-    const mode_t mode = ::stat(target.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644;
+    const bool exists = ::stat(target.c_str(), &existing) == 0;
+    if (exists) {
+        if (!S_ISREG(existing.st_mode)) return FileStatus::kNotRegular;
+        const bool writable =
+            (existing.st_mode & 0222) != 0 && ::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0;
+        if (!writable && !(flags & kReplaceReadOnly)) return FileStatus::kReadOnly;
+        if (existing.st_nlink > 1) return rewriteInPlace(target, data, bytes);
+    }
     const std::string dir = directoryPart(target);
     // The data goes to an unnamed file in the target's directory, so a crash while writing leaves nothing
     // behind; where the file system cannot make one, to a named temporary file instead.
@@ -219,25 +282,117 @@ bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::siz
     if (fd < 0) {
         tempName = target + ".XXXXXX";
         fd = ::mkostemp(tempName.data(), O_CLOEXEC);
-        if (fd < 0) return false;
+        if (fd < 0) return FileStatus::kWriteFailed;
     }
-    ::fchmod(fd, mode);
     OSFile file(fd);
-    bool done = file.write(data, bytes) && file.sync();
-    const std::string written = done ? nameFor(fd, target, tempName) : tempName;
+    const auto discard = [&](FileStatus status) {
+        file.close();
+        if (!tempName.empty()) ::unlink(tempName.c_str());
+        return status;
+    };
+    // Owner and group first: changing them clears set-id bits that the mode then puts back.
+    struct stat made;
+    if (exists && ::fstat(fd, &made) == 0 &&
+        (made.st_uid != existing.st_uid || made.st_gid != existing.st_gid) &&
+        ::fchown(fd, existing.st_uid, existing.st_gid) != 0)
+        return discard(FileStatus::kOwnerNotKept);
+    ::fchmod(fd, exists ? (existing.st_mode & 07777) : 0644);
+    if (!file.write(data, bytes) || !file.sync()) return discard(FileStatus::kWriteFailed);
+    tempName = nameFor(fd, target, tempName);
+    if (tempName.empty() || ::rename(tempName.c_str(), target.c_str()) != 0)
+        return discard(FileStatus::kWriteFailed);
     file.close();
-    done = done && !written.empty() && ::rename(written.c_str(), target.c_str()) == 0;
-    if (!done) {
-        if (!written.empty()) ::unlink(written.c_str());
-        return false;
-    }
     // Make the rename itself durable.
     const int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dirFd >= 0) {
         ::fsync(dirFd);
         ::close(dirFd);
     }
-    return true;
+    return FileStatus::kOk;
+}
+
+FileStatus FileSystem::readFile(const wchar_t* path, std::string& content, std::size_t limit) const {
+    return readRegularFile(path, content, limit, false);
+}
+
+FileStatus FileSystem::readFilePrefix(const wchar_t* path, std::string& content, std::size_t limit) const {
+    return readRegularFile(path, content, limit, true);
+}
+
+FileLock FileSystem::lock(const wchar_t* path) const {
+    if (!path || !*path) return FileLock();
+    // Through a symbolic link to a regular file the lock is that of the file it names, the one replaced.
+    std::string target = platform::narrow(path);
+    struct stat st;
+    if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) target = resolvedPath(target);
+    const std::string lockPath = target + ".lock";
+    for (;;) {
+        int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+        if (fd < 0 && errno == EINTR) continue;
+        if (fd < 0) fd = ::open(lockPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);  // not ours to write
+        if (fd < 0) return FileLock();
+        int locked;
+        do {
+            locked = ::flock(fd, LOCK_EX);
+        } while (locked != 0 && errno == EINTR);
+        // The holder before us removes the lock file as it lets go: a lock on a file that no longer has
+        // the name excludes nobody, so start again on the file that has it now.
+        struct stat held, named;
+        if (locked == 0 && ::fstat(fd, &held) == 0 && ::stat(lockPath.c_str(), &named) == 0 &&
+            held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+            return FileLock(fd, lockPath);
+        ::close(fd);
+        if (locked != 0) return FileLock();
+    }
+}
+
+const char* FileSystem::describe(FileStatus status) {
+    switch (status) {
+        case FileStatus::kOk:
+            return "was read or written";
+        case FileStatus::kMissing:
+            return "does not exist";
+        case FileStatus::kNotRegular:
+            return "is not a regular file";
+        case FileStatus::kTooLarge:
+            return "is larger than 16 MiB";
+        case FileStatus::kUnreadable:
+            return "cannot be read";
+        case FileStatus::kReadOnly:
+            return "is read-only";
+        case FileStatus::kOwnerNotKept:
+            return "cannot be replaced without changing its owner";
+        case FileStatus::kWriteFailed:
+            return "cannot be written";
+    }
+    return "cannot be used";
+}
+
+// --- FileLock -------------------------------------------------------------------------------------------
+
+FileLock::FileLock(FileLock&& other) noexcept : fd_(other.fd_), lockPath_(std::move(other.lockPath_)) {
+    other.fd_ = -1;
+}
+
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+    if (this != &other) {
+        release();
+        fd_ = other.fd_;
+        lockPath_ = std::move(other.lockPath_);
+        other.fd_ = -1;
+    }
+    return *this;
+}
+
+FileLock::~FileLock() {
+    release();
+}
+
+void FileLock::release() noexcept {
+    if (fd_ < 0) return;
+    ::unlink(lockPath_.c_str());  // still held: whoever waits on this file sees it lose its name and retries
+    ::close(fd_);
+    fd_ = -1;
 }
 
 // --- Clock and threads ----------------------------------------------------------------------------------

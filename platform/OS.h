@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Qv {
@@ -55,6 +56,8 @@ public:
     /// Writes all of `bytes`; returns false when any part could not be written.
     bool write(const void* data, std::size_t bytes) const;
     bool seek(int64_t offset) const;
+    // Cuts or extends the file to `bytes`.
+    bool truncate(int64_t bytes) const;
     int64_t size() const;
     /// Pushes written data to the storage device.
     bool sync() const;
@@ -64,9 +67,48 @@ private:
     int fd_ = -1;
 };
 
-/// Files and directories on wide (UTF-32) paths; failures are results, never exceptions.
+/// An exclusive advisory lock held on behalf of one file (see FileSystem::lock). Movable, not copyable;
+/// released when it goes. Cooperating processes and threads exclude each other through it; a program that
+/// does not take it is not held back.
+class OLE_API FileLock {
+public:
+    FileLock() noexcept = default;
+    FileLock(FileLock&& other) noexcept;
+    FileLock& operator=(FileLock&& other) noexcept;
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    ~FileLock();
+
+    bool isLocked() const noexcept { return fd_ >= 0; }
+    void release() noexcept;
+
+private:
+    friend class FileSystem;
+    FileLock(int fd, std::string lockPath) noexcept : fd_(fd), lockPath_(std::move(lockPath)) {}
+
+    int fd_ = -1;
+    std::string lockPath_;
+};
+
+/// The outcome of a whole-file read or replace.
+enum class FileStatus {
+    kOk,
+    kMissing,       // no such file (or a path component is not a directory)
+    kNotRegular,    // a directory, device, FIFO or socket: never read or replaced
+    kTooLarge,      // over FileSystem::kReadLimit
+    kUnreadable,    // exists but cannot be read (permissions, I/O error)
+    kReadOnly,      // no write permission on the file, and replacing it was not asked for
+    kOwnerNotKept,  // the replacement could not be given the file's owner and group
+    kWriteFailed    // the data or the rename could not be written
+};
+
 class OLE_API FileSystem {
 public:
+    // The largest file readFile() takes.
+    static constexpr std::size_t kReadLimit = std::size_t(16) << 20;
+    // A flag of replaceFile(): replace a file even though nobody may write it.
+    static constexpr unsigned kReplaceReadOnly = 1;
+
     OSFile open(const wchar_t* path, OSFile::Mode mode) const;
     bool exists(const wchar_t* path) const;
     bool isDirectory(const wchar_t* path) const;
@@ -82,7 +124,30 @@ public:
     /// content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
     /// An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
     /// a new file gets mode 0644.
-    bool writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const;
+    bool writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
+        return replaceFile(path, data, bytes) == FileStatus::kOk;
+    }
+    /// writeAtomically with the reason for a failure. An existing file keeps its owner, group and mode (the
+    /// write is refused with kOwnerNotKept when the owner cannot be kept). A file this user may not write,
+    /// or with no write permission at all (which root would otherwise ignore), is refused with kReadOnly
+    /// unless `flags` holds kReplaceReadOnly; anything but a regular file with kNotRegular. A file with
+    /// several hard links is rewritten in place so that every name keeps seeing it (that rewrite is not
+    /// atomic: take the file's lock around it).
+    FileStatus replaceFile(const wchar_t* path, const void* data, std::size_t bytes,
+                           unsigned flags = 0) const;
+    /// Reads a whole regular file into `content`, never more than `limit` bytes: a larger file is
+    /// kTooLarge. A device, FIFO or directory is refused with kNotRegular without blocking or reading it.
+    FileStatus readFile(const wchar_t* path, std::string& content, std::size_t limit = kReadLimit) const;
+    /// Reads at most the first `limit` bytes of a regular file, however long it is.
+    FileStatus readFilePrefix(const wchar_t* path, std::string& content, std::size_t limit) const;
+    /// Blocks until this process holds the exclusive lock of `path`, taken through the lock file
+    /// "<path>.lock" beside it, which is removed again on release. Hold it across a read, change and
+    /// write of the file so that concurrent writers never lose each other's changes. Not re-entrant: a
+    /// thread that asks twice for the same file waits for ever. Gives an unlocked FileLock when the lock
+    /// file cannot be made (a directory nobody may write, where the file cannot be replaced either).
+    FileLock lock(const wchar_t* path) const;
+    /// A sentence fragment for a status: "is not a regular file", "is larger than 16 MiB", ...
+    static const char* describe(FileStatus status);
     static constexpr wchar_t separator() { return L'/'; }
 };
 

@@ -195,3 +195,42 @@ TEST(CookieJarProcess, KillDuringFlushNeverLeavesABadCounter) {
         EXPECT_LE(std::stoul(content), 1679615u);
     }
 }
+
+// A counter that cannot be kept: the numbers still come (with the banner) but the jar says they are not
+// safe, and what stands in the file's place is left as it is.
+TEST_F(CookieJarTest, CounterThatCannotBeKeptIsReportedAndLeftAlone) {
+    ASSERT_TRUE(oletest::writeFile(path_, "5"));
+    ASSERT_EQ(::chmod(path_.c_str(), 0444), 0);
+    {
+        CookieJar jar(path());
+        oletest::LogCapture log;
+        EXPECT_EQ(jar.cookieNum(), 5u);
+        EXPECT_FALSE(jar.counterSafe());
+        EXPECT_TRUE(log.contains("WARNING!!! UNABLE TO UPDATE COOKIE NUMBER FILE\n(" + path_ + ")\n"));
+    }
+    EXPECT_EQ(counter(), "5");
+
+    const std::string dir = oletest::makeTempDir("jar-dir") + "/cookie.num";
+    ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
+    CookieJar jar(fromUTF8(dir.c_str()));
+    EXPECT_EQ(jar.cookieNum(), 1u);
+    jar.flush();
+    EXPECT_FALSE(jar.counterSafe());
+    struct stat st;
+    EXPECT_TRUE(::stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+}
+
+TEST(CookieJarProcess, TwoProcessesAtOnceNeverShareANumber) {
+    const std::string home = oletest::makeTempDir("pair");
+    FILE* children[] = {startChild(home, "run 1100"), startChild(home, "run 1100")};
+    std::vector<unsigned> numbers;
+    for (FILE* child : children) {
+        char tag;
+        unsigned number;
+        while (next(child, tag, number)) numbers.push_back(number);
+        EXPECT_EQ(::pclose(child), 0);
+    }
+    ASSERT_EQ(numbers.size(), 2200u);
+    std::sort(numbers.begin(), numbers.end());
+    EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end()), numbers.end()) << "a number given twice";
+}

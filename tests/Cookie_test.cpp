@@ -253,3 +253,21 @@ TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
     EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
     EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
 }
+
+// Several first runs at once pick one number between them, and callers can tell a fallback number.
+TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
+    EXPECT_TRUE(oletest::inChildProcesses(4, [&](int c) {
+        return oletest::writeFile(cwd_ + "/child" + std::to_string(c),
+                                  std::to_string(Cookie::getLocalMachineNumber()));
+    }));
+    const std::string chosen = oletest::readFile(settingsFile_);
+    for (int c = 0; c < 4; ++c)
+        EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);
+    Cookie::resetLocalMachineNumberForTesting();
+    EXPECT_TRUE(Cookie::hasLocalMachineNumber());
+
+    writeSettingsFile("99999");
+    oletest::LogCapture log;
+    EXPECT_FALSE(Cookie::hasLocalMachineNumber());
+    EXPECT_EQ(Cookie::getLocalMachineNumber(), 1);
+}

@@ -12,6 +12,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 using Names = std::vector<std::string>;
@@ -147,3 +150,56 @@ TEST(OperatingSystem, RegistrySpecialDirectoriesAndClock) {
 }
 
 }  // namespace
+
+TEST(FileSystem, ReplaceKeepsOwnerModeAndLinksAndRefusesReadOnlyFiles) {
+    const std::string dir = oletest::makeTempDir("keep");
+    const std::string file = dir + "/private.cfg";
+    ASSERT_TRUE(oletest::writeFile(file, "old"));
+    ASSERT_EQ(::chmod(file.c_str(), 0600), 0);
+    const bool root = ::geteuid() == 0;
+    ASSERT_TRUE(!root || ::chown(file.c_str(), 65534, 65534) == 0);  // another user's file
+    EXPECT_EQ(fs().replaceFile(wide(file).c_str(), "new", 3), Qv::FileStatus::kOk);
+    struct stat st;
+    ASSERT_EQ(::stat(file.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    EXPECT_TRUE(!root || (st.st_uid == 65534 && st.st_gid == 65534));
+
+    ASSERT_EQ(::chmod(file.c_str(), 0444), 0);
+    EXPECT_EQ(fs().replaceFile(wide(file).c_str(), "x", 1), Qv::FileStatus::kReadOnly);
+    EXPECT_EQ(oletest::readFile(file), "new");
+    EXPECT_EQ(fs().replaceFile(wide(file).c_str(), "asked", 5, Qv::FileSystem::kReplaceReadOnly),
+              Qv::FileStatus::kOk);
+    ASSERT_EQ(::stat(file.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0444u);
+
+    const std::string other = dir + "/other-name";
+    ASSERT_TRUE(oletest::writeFile(file + "2", "linked, long text"));
+    ASSERT_EQ(::link((file + "2").c_str(), other.c_str()), 0);
+    EXPECT_TRUE(fs().writeAtomically(wide(file + "2").c_str(), "short", 5));
+    EXPECT_EQ(oletest::readFile(other), "short");  // both names still see one file
+}
+
+TEST(FileSystem, ReadsOnlyRegularFilesWithinTheLimit) {
+    const std::string dir = oletest::makeTempDir("read");
+    const std::string fifo = dir + "/fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    ASSERT_TRUE(oletest::writeFile(dir + "/ten", "0123456789"));
+    std::string content = "stale";
+    const struct {
+        std::string path;
+        std::size_t limit;
+        Qv::FileStatus status;
+    } cases[] = {{"/dev/zero", 100, Qv::FileStatus::kNotRegular},
+                 {fifo, 100, Qv::FileStatus::kNotRegular},  // must not wait for a writer
+                 {dir, 100, Qv::FileStatus::kNotRegular},
+                 {dir + "/absent", 100, Qv::FileStatus::kMissing},
+                 {dir + "/ten", 9, Qv::FileStatus::kTooLarge},
+                 {dir + "/ten", 10, Qv::FileStatus::kOk}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(fs().readFile(wide(c.path).c_str(), content, c.limit), c.status) << c.path;
+        EXPECT_EQ(content, c.status == Qv::FileStatus::kOk ? "0123456789" : "") << c.path;
+    }
+    EXPECT_EQ(fs().readFilePrefix(wide(dir + "/ten").c_str(), content, 4), Qv::FileStatus::kOk);
+    EXPECT_EQ(content, "0123");
+    EXPECT_EQ(fs().replaceFile(wide(fifo).c_str(), "x", 1), Qv::FileStatus::kNotRegular);
+}

@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace {
 
 using Text = RegistryConfig::Text;
@@ -123,6 +125,39 @@ TEST_F(RegistryConfigTest, ConcurrentWritersLoseNothing) {
 TEST(RegistryConfigStores, GlobalAndUserFilesFollowTheLayout) {
     EXPECT_TRUE(GlobalConfig().path() == joinPath(getMachineSettingsDirectory(), L"global.cfg"));
     EXPECT_TRUE(UserConfig().path() == joinPath(getPreferencesDirectory(), L"user.cfg"));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(RegistryConfigTest, KeepsLinesItDoesNotOwnAndNeverWritesOverAnUnreadableFile) {
+    const std::string original =
+        "# written by hand\n[Paths]\nnot a setting\nMedia=/srv\n\n; note\n[Other]\nA=1\n";
+    ASSERT_TRUE(oletest::writeFile(dir_ + "/test.cfg", original));
+    RegistryConfig config(path());
+    ASSERT_TRUE(config.setValue("Paths", "Cache", "/tmp"));
+    ASSERT_TRUE(config.setValue("Other", "A", 2));
+    EXPECT_EQ(file(),
+              "# written by hand\n[Paths]\nnot a setting\nMedia=/srv\nCache=/tmp\n\n; note\n[Other]\nA=2\n");
+
+    const std::string blocked = oletest::makeTempDir("blocked") + "/user.cfg";
+    ASSERT_EQ(::mkdir(blocked.c_str(), 0755), 0);
+    RegistryConfig unreadable(Wide(std::wstring(blocked.begin(), blocked.end()).c_str()));
+    EXPECT_EQ(narrow(unreadable.readError()), "is not a regular file");
+    EXPECT_FALSE(unreadable.setValue("S", "n", 5));
+    EXPECT_TRUE(narrow(config.readError()).empty());
+}
+
+TEST_F(RegistryConfigTest, ProcessesChangingOneFileLoseNothing) {
+    EXPECT_TRUE(oletest::inChildProcesses(6, [&](int c) {
+        RegistryConfig config(path());
+        bool ok = true;
+        for (int i = 0; i < 10; ++i)
+            ok = config.setValue("P", ("v" + std::to_string(c * 10 + i)).c_str(), i) && ok;
+        return ok;
+    }));
+    EXPECT_EQ(RegistryConfig(path()).getValues("P").size(), 60u);
 }
 
 }  // namespace

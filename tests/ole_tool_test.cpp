@@ -680,8 +680,8 @@ TEST_F(OleTool, PreferencesRefuseFilesTheyCannotFullyRead) {
 
     // The settings store drops lines it does not understand when it saves, so the tool will not save.
     ASSERT_TRUE(oletest::writeFile(userCfg, before + "stray line\n"));
-    ole({"prefs", "set", "B", "2"}, home).expectRefused("'stray line' is not a setting");
-    EXPECT_EQ(oletest::readFile(userCfg), before + "stray line\n");
+    EXPECT_EQ(ole({"prefs", "set", "B", "2"}, home).status, 0);
+    EXPECT_NE(oletest::readFile(userCfg).find("stray line\n"), std::string::npos);  // kept as it stands
 }
 
 // --- help ------------------------------------------------------------------------------------------------
@@ -710,3 +710,120 @@ TEST_F(OleTool, HelpOnEveryCommand) {
 }
 
 }  // namespace
+
+// --- commands and macros ---------------------------------------------------------------------------------
+// Self-contained: runs the tool through the shell and reads what it printed.
+
+namespace cmdtool {
+
+struct Run {
+    int status = -1;
+    std::string out, err;
+};
+
+Run run(const std::string& args) {
+    Run r;
+#ifdef OLE_TOOL_PATH
+    const std::string dir = oletest::makeTempDir("cmdtool");
+    const std::string line =
+        "QUORVANE_HOME='" + dir + "' '" OLE_TOOL_PATH "' " + args + " >'" + dir + "/out' 2>'" + dir + "/err'";
+    const int status = std::system(line.c_str());
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = oletest::readFile(dir + "/out");
+    r.err = oletest::readFile(dir + "/err");
+#else
+    (void)args;
+#endif
+    return r;
+}
+
+bool has(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
+}  // namespace cmdtool
+
+TEST_F(OleTool, CommandsListsNamesDisplayNamesAndKeys) {
+    const cmdtool::Run r = cmdtool::run("commands --json");
+    EXPECT_EQ(r.status, 0) << r.err;
+    for (const char* piece : {"\"name\": \"Nudge Left\"", "\"keys\": \"Ctrl+Left\"",
+                              "\"name\": \"toggle_debug_notify\"", "\"display_name\": \"Mark In\""})
+        EXPECT_TRUE(cmdtool::has(r.out, piece)) << piece << "\n" << r.out;
+}
+
+TEST_F(OleTool, MacroShowCheckAndRun) {
+    const std::string dir = oletest::makeTempDir("macro");
+    ASSERT_TRUE(oletest::writeFile(
+        dir + "/trim.QvMacro",
+        "Name=Trim\nDescription=Trim both ends\nCommands=mark in,Nudge Left(3),Bogus,Stop(0)\n"));
+    ASSERT_TRUE(oletest::writeFile(dir + "/ok.QvMacro", "NAME=Ok\nCOMMANDS=Play,Stop\n"));
+    const std::string trim = "'" + dir + "/trim.QvMacro'";
+
+    cmdtool::Run r = cmdtool::run("macro run " + trim);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "> MacroStart\n> Mark In\n> Nudge Left\n> Nudge Left\n> Nudge Left\n> MacroEnd\n");
+    EXPECT_TRUE(cmdtool::has(r.err, "Couldn't find 'Bogus'")) << r.err;
+
+    r = cmdtool::run("macro check " + trim);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(cmdtool::has(r.err, "unknown command 'Bogus'")) << r.err;
+    EXPECT_EQ(cmdtool::run("macro check '" + dir + "/ok.QvMacro'").status, 0);
+
+    r = cmdtool::run("macro show --json " + trim);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(cmdtool::has(r.out, "Trim both ends") && cmdtool::has(r.out, "\"count\": 3")) << r.out;
+    EXPECT_EQ(cmdtool::run("macro show '" + dir + "/none.QvMacro'").status, 1);
+}
+
+// Files the tool must not trust: a counter it cannot keep, devices and FIFOs, a settings file that is a
+// directory; and many processes changing one file at once.
+TEST(OleToolFiles, RefusesWhatItCannotKeepAndLosesNothingUnderContention) {
+#ifndef OLE_TOOL_PATH
+    GTEST_SKIP() << "the ole tool is not built (OLE_BUILD_TOOLS=OFF)";
+#else
+    const std::string home = oletest::makeTempDir("toolfiles");
+    // Runs a shell command with the tool as $OLE; its exit status, and standard output in `out`.
+    const auto run = [&](const std::string& command, std::string* out = nullptr) {
+        FILE* pipe = ::popen(("cd '" + home + "' && QUORVANE_HOME='" + home +
+                              "' OLE=" OLE_TOOL_PATH " sh -c '" + command + "' 2>/dev/null")
+                                 .c_str(),
+                             "r");
+        std::string text;
+        char buffer[4096];
+        for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, n);
+        if (out) *out = text;
+        const int status = ::pclose(pipe);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    const std::string projects = home + "/data/Quorvane/Projects";
+    std::string out;
+    ASSERT_EQ(
+        ::system(("mkdir -p " + projects + "/cookie.num " + home + "/config/Quorvane/user.cfg").c_str()), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(run("$OLE cookie new --type P", &out), 1);
+        EXPECT_EQ(out, "");
+    }
+    ASSERT_EQ(
+        ::system(
+            ("rmdir " + projects + "/cookie.num && ln -s /dev/full " + projects + "/cookie.num").c_str()),
+        0);
+    EXPECT_EQ(run("$OLE cookie new --type P", &out), 1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(run("$OLE prefs list"), 1);  // user.cfg is a directory
+    EXPECT_EQ(run("$OLE prefs set A 1"), 1);
+
+    ASSERT_EQ(run("mkfifo fifo"), 0);
+    EXPECT_EQ(run("$OLE config show /dev/zero"), 1);
+    EXPECT_EQ(run("$OLE config show fifo"), 1);  // refused, not waited on
+
+    ASSERT_EQ(::system(("rmdir " + home + "/config/Quorvane/user.cfg").c_str()), 0);
+    ASSERT_TRUE(oletest::writeFile(home + "/record.cfg", "{\n}\n"));
+    ASSERT_EQ(
+        run("for i in $(seq 20); do $OLE prefs set P$i $i & $OLE config set record.cfg e$i $i & done; wait"),
+        0);
+    ASSERT_EQ(run("$OLE prefs list --json | grep -c \\\"P[0-9]", &out), 0);
+    EXPECT_EQ(out, "20\n");
+    ASSERT_EQ(run("$OLE config show record.cfg --json | grep -c \\\"e[0-9]", &out), 0);
+    EXPECT_EQ(out, "20\n");
+#endif
+}

@@ -14,6 +14,7 @@ void addTableCommands(CLI::App& app);     // rates, formats
 void addCookieCommands(CLI::App& app);    // cookie, idstamp
 void addConfigCommands(CLI::App& app);    // config
 void addPrefsCommands(CLI::App& app);     // prefs
+void addCommandCommands(CLI::App& app);   // commands, macro
 
 // The --json flag every query command offers.
 inline CLI::Option* addJsonFlag(CLI::App* command, bool& json) {

@@ -5,7 +5,8 @@
 // removed). Before changing anything the whole file must read cleanly, more strictly than the library
 // reads it: the "{" line first, an end line, nothing but blank lines after it, every entry named, no name
 // given twice; and the library must read the same entries from it. The result is read back the same way
-// before it replaces the file, atomically.
+// before it replaces the file, atomically; the file's lock is held from the read to the replace, so
+// concurrent edits of one file never lose each other's changes.
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -317,6 +318,7 @@ void set(const ConfigOptions& o) {
     const ConfigEntryT made = makeEntry(o.value, tag);
     const std::string value = str(made.value);
 
+    const Qv::FileLock lock = lockFile(o.file);  // held from the read to the write
     ConfigFile file(o.file, o.end);
     if (o.create && !fileExists(o.file)) {
         file.parse("{\n" + o.end + "\n");
@@ -347,6 +349,7 @@ void set(const ConfigOptions& o) {
 }
 
 void remove(const ConfigOptions& o) {
+    const Qv::FileLock lock = lockFile(o.file);
     ConfigFile file = load(o);
     const Entry e = findEntry(file, o.name);
     file.removeLine(e.line);

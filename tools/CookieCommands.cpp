@@ -28,6 +28,12 @@ struct NewCookieOptions {
     bool json = false;
 };
 
+// Identifiers made with the fallback machine number could collide with another machine's.
+void requireMachineNumber() {
+    if (!Cookie::hasLocalMachineNumber())
+        throw InputError("this machine has no valid machine number (see the warning above); nothing is made");
+}
+
 std::string cookieText(const Cookie& c) {
     return str(c.asString(true));
 }
@@ -38,8 +44,10 @@ std::string cookieText(const Cookie& c) {
 void startCounterOnFirstUse() {
     const LightweightString<wchar_t>& path = CookieJar::getCookieDotNumPath();
     const Qv::FileSystem* fs = OS()->fileSystem();
-    if (fs->exists(path.c_str()) || Cookie::findHighestCookieNum() != 0) return;
     fs->createDirectory(getDefaultLocalProjectsDir().c_str());
+    // Under the counter's lock: another process may be starting it, or already handing out numbers.
+    const Qv::FileLock lock = fs->lock(path.c_str());
+    if (fs->exists(path.c_str()) || Cookie::findHighestCookieNum() != 0) return;
     if (fs->writeAtomically(path.c_str(), "1", 1))
         std::fprintf(stderr, "ole: started the cookie counter at %s\n", str(path).c_str());
 }
@@ -55,6 +63,7 @@ Value newCookies(const NewCookieOptions& o) {
         o.version.empty() ? (type == 'S' ? 1 : 0) : int(parseInteger(o.version, "--version", 0, 35));
     const int count = int(parseInteger(o.count, "--count", 1, 10000));
 
+    if (!o.uuid) requireMachineNumber();
     startCounterOnFirstUse();  // the jar reads the counter whichever form is asked for
     CookieJar& jar = CookieJar::instance();
     Value cookies = Value::array();
@@ -66,6 +75,9 @@ Value newCookies(const NewCookieOptions& o) {
     jar.flush();
     // The jar marks the run as not yet ended; this one ended normally.
     UserConfig().setValue(RegistryConfig::kDefaultSection, "Normal Exit", true);
+    if (!jar.counterSafe())
+        throw InputError("could not keep the cookie counter " + quote(str(CookieJar::getCookieDotNumPath())) +
+                         " (see the warning above); no cookies are given, as they could repeat");
 
     Value out = Value::object();
     out.set("cookies", std::move(cookies));
@@ -223,6 +235,7 @@ void addCookieCommands(CLI::App& app) {
     addJsonFlag(make2, in->json);
     make2->callback([in] {
         const int count = int(parseInteger(in->count, "--count", 1, 10000));
+        requireMachineNumber();
         Value stamps = Value::array();
         for (int i = 0; i < count; ++i) stamps.add(str(IdStamp().asString()));
         Value out = Value::object();

@@ -1,8 +1,10 @@
 #include "Files.h"
 
+#include "Arguments.h"
 #include "Output.h"
 
 #include <ole/platform/OS.h>
+#include <ole/runtime/RegistryConfig.h>
 #include <ole/runtime/Strings.h>
 
 #include <cerrno>
@@ -13,25 +15,27 @@
 namespace oletool {
 
 std::string readWholeFile(const std::string& path) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) throw InputError("cannot read " + quote(path) + ": " + std::strerror(errno));
     std::string content;
-    char buffer[65536];
-    std::size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0) content.append(buffer, n);
-    const int error = std::ferror(file) ? errno : 0;
-    std::fclose(file);
-    if (error) throw InputError("cannot read " + quote(path) + ": " + std::strerror(error));
-    return content;
+    const Qv::FileStatus status = OS()->fileSystem()->readFile(fromUTF8(path.c_str()).c_str(), content);
+    if (status == Qv::FileStatus::kOk) return content;
+    if (status == Qv::FileStatus::kUnreadable || status == Qv::FileStatus::kMissing)
+        throw InputError("cannot read " + quote(path) + ": " + std::strerror(errno));
+    if (status == Qv::FileStatus::kNotRegular &&
+        OS()->fileSystem()->isDirectory(fromUTF8(path.c_str()).c_str()))
+        throw InputError("cannot read " + quote(path) + ": " + std::strerror(EISDIR));
+    throw InputError("cannot read " + quote(path) + ": it " + Qv::FileSystem::describe(status));
 }
 
 void writeWholeFile(const std::string& path, const std::string& content) {
-    // The replacement is made with the platform's default mode; a file that was kept private stays so.
-    struct stat before;
-    const bool existed = ::stat(path.c_str(), &before) == 0;
-    if (!OS()->fileSystem()->writeAtomically(fromUTF8(path.c_str()).c_str(), content.data(), content.size()))
-        throw InputError("cannot write " + quote(path));
-    if (existed) ::chmod(path.c_str(), before.st_mode & 07777);
+    const Qv::FileStatus status =
+        OS()->fileSystem()->replaceFile(fromUTF8(path.c_str()).c_str(), content.data(), content.size());
+    if (status != Qv::FileStatus::kOk)
+        throw InputError("cannot write " + quote(path) + ": it " + Qv::FileSystem::describe(status) +
+                         "; the file is left as it was");
+}
+
+Qv::FileLock lockFile(const std::string& path) {
+    return OS()->fileSystem()->lock(fromUTF8(path.c_str()).c_str());
 }
 
 bool fileExists(const std::string& path) {
@@ -53,17 +57,11 @@ std::vector<std::string> splitLines(const std::string& text) {
     return lines;
 }
 
-void checkSettingsFile(const std::string& path) {
-    if (!fileExists(path)) return;
-    const std::vector<std::string> lines = splitLines(readWholeFile(path));
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        const std::string& line = lines[i];
-        if (line.empty() || line[0] == '#' || line[0] == ';' || (line[0] == '[' && line.back() == ']') ||
-            line.find('=') != std::string::npos)
-            continue;
-        throw InputError(path + " line " + std::to_string(i + 1) + ": " + quote(line) +
-                         " is not a setting (name=value); the file is left as it is");
-    }
+void checkSettingsFile() {
+    const LightweightString<char> error = UserConfig().readError();
+    if (!error.empty())
+        throw InputError("cannot use the user configuration " + quote(str(UserConfig().path())) + ": it " +
+                         str(error) + "; it is left as it is");
 }
 
 }  // namespace oletool

@@ -1,8 +1,12 @@
 #pragma once
 
-// Whole-file reading and writing for the tool's commands, with errors that name the file. Writes go
-// through the platform's atomic replace (temporary file, sync, rename), so a file is either the old one
-// or the new one, never half written.
+// Whole-file reading and writing for the tool's commands, with errors that name the file. Only regular
+// files up to 16 MiB are read (a device or FIFO is refused without reading it). Writes go through the
+// platform's atomic replace (temporary file, sync, rename), which keeps the file's owner, group and mode,
+// so a file is either the old one or the new one, never half written. A command that reads, changes and
+// writes back a file holds the file's lock (lockFile) from before the read to after the write.
+
+#include <ole/platform/OS.h>
 
 #include <string>
 #include <vector>
@@ -18,10 +22,11 @@ bool fileExists(const std::string& path);
 // The text split into lines without their line ends ("\n" or "\r\n").
 std::vector<std::string> splitLines(const std::string& text);
 
-// Checks that a registry-style settings file (the user configuration the preferences live in) holds
-// only lines the store keeps: blank lines, "#" or ";" comments, "[Section]" headings and name=value
-// lines. The store drops anything else when it saves, so a command that would change such a file
-// refuses instead. A missing file is fine (it is created).
-void checkSettingsFile(const std::string& path);
+// The exclusive lock of the file at `path`, for a read-change-write of it; blocks until it is free.
+Qv::FileLock lockFile(const std::string& path);
+
+// Fails with InputError when the registry-style settings file of the user configuration exists but could
+// not be read: the store then refuses every change, and what it shows would be empty, not the file.
+void checkSettingsFile();
 
 }  // namespace oletool

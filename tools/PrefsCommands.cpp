@@ -102,6 +102,7 @@ void checkSaved(const Expected& expected) {
 
 void get(const PrefsOptions& o) {
     checkName(o.name);
+    checkSettingsFile();
     const PrefType type = parseType(o.type);
     std::string text;
     if (prefs().hasPreference(o.name.c_str())) {
@@ -123,7 +124,7 @@ void set(const PrefsOptions& o) {
     checkName(o.name);
     const PrefType type = parseType(o.type);
     const Value value = typedValue(o.value, type, "value");
-    checkSettingsFile(userConfigPath());
+    checkSettingsFile();
     const Text name = o.name.c_str();
     switch (type) {
         case PrefType::Text:
@@ -156,7 +157,7 @@ void set(const PrefsOptions& o) {
 void remove(const PrefsOptions& o) {
     checkName(o.name);
     if (!prefs().hasPreference(o.name.c_str())) throw InputError("no preference " + quote(o.name));
-    checkSettingsFile(userConfigPath());
+    checkSettingsFile();
     prefs().removePreference(o.name.c_str());
     checkSaved({{o.name, std::nullopt}});
     if (!o.json) return (void)std::printf("removed %s\n", o.name.c_str());
@@ -167,6 +168,7 @@ void remove(const PrefsOptions& o) {
 }
 
 void list(const PrefsOptions& o) {
+    checkSettingsFile();
     Value table = Value::array();
     Value object = Value::object();
     for (const auto& [name, value] : prefs().getAVPairs()) {
@@ -218,7 +220,7 @@ Expected checkImportFile(const std::string& path) {
 
 void importFile(const PrefsOptions& o) {
     const auto pairs = checkImportFile(o.file);
-    checkSettingsFile(userConfigPath());
+    checkSettingsFile();
     const int count = prefs().importFrom(fromUTF8(o.file.c_str()));
     if (count < 0) throw InputError("cannot read " + quote(o.file));
     checkSaved(pairs);

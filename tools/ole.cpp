@@ -15,7 +15,7 @@
 int main(int argc, char** argv) {
     CLI::App app{
         "Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
-        "configb files and editor preferences.",
+        "configb files and editor preferences; lists commands and plays command macros.",
         "ole"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "ole " OLE_TOOL_VERSION);
@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
     oletool::addCookieCommands(app);
     oletool::addConfigCommands(app);
     oletool::addPrefsCommands(app);
+    oletool::addCommandCommands(app);
 
     // Set last, so that the subcommands do not inherit it.
     app.footer(

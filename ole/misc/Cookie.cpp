@@ -18,6 +18,7 @@ static_assert(sizeof(Cookie) == 20, "a cookie is 16 identity bytes, the form fla
 static_assert(std::is_trivially_copyable<Cookie>::value, "cookies are copied as plain bytes");
 
 std::atomic<int> Cookie::localMachineNumber_{Cookie::kLocalMachine};
+std::atomic<bool> Cookie::localMachineNumberFound_{false};
 
 namespace {
 
@@ -387,18 +388,21 @@ void createMachineNumberFile(const LightweightString<wchar_t>& path) {
     file.save(path);
 }
 
-// Opens the first machine-number file that exists, making the per-machine one if need be.
-Qv::OSFile openMachineNumberFile() {
+// The first bytes of the first machine-number file that exists, making the per-machine one if need be;
+// false when none exists or the one found cannot be read.
+bool readMachineNumberFile(std::string& text) {
     const Qv::FileSystem* fs = OS()->fileSystem();
     for (const wchar_t* name : {L"c:\\machine.num", L"machine.num"}) {
-        Qv::OSFile file = fs->open(name, Qv::OSFile::Read);
-        if (file.isOpen()) return file;
+        const Qv::FileStatus status = fs->readFilePrefix(name, text, 33);
+        if (status != Qv::FileStatus::kMissing) return status == Qv::FileStatus::kOk;
     }
     const LightweightString<wchar_t> dir = getMachineSettingsDirectory();
     if (!fs->isDirectory(dir.c_str())) fs->createDirectory(dir.c_str());
     const LightweightString<wchar_t> path = joinPath(dir, L"machine.num");
+    // Two first runs at once must not each pick a number.
+    const Qv::FileLock lock = fs->lock(path.c_str());
     if (!fs->exists(path.c_str())) createMachineNumberFile(path);
-    return fs->open(path.c_str(), Qv::OSFile::Read);
+    return fs->readFilePrefix(path.c_str(), text, 33) == Qv::FileStatus::kOk;
 }
 
 void logMachineNumberBanner() {
@@ -432,10 +436,9 @@ int our_machine_number_get_from_file() {
         if (number != 0) return checkedMachineNumber(number);
     }
 
-    const Qv::OSFile file = openMachineNumberFile();
-    if (file.isOpen()) {
-        char text[34] = {};
-        if (file.read(text, 33) > 0) number = scanDecimal(text);
+    std::string text;
+    if (readMachineNumberFile(text)) {
+        number = scanDecimal(text.c_str());
         if (isValidMachineNum(number)) return number;
         if (number != 0) Log("invalid machine number (%d), resetting to default\n", number);
     }
@@ -447,9 +450,16 @@ int Cookie::getLocalMachineNumber() {
     const int cached = localMachineNumber_.load(std::memory_order_relaxed);
     if (isValidMachineNum(cached)) return cached;
     int number = our_machine_number_get_from_file();
-    if (!isValidMachineNum(number)) number = 1;
+    const bool found = isValidMachineNum(number);
+    if (!found) number = 1;
+    localMachineNumberFound_.store(found, std::memory_order_relaxed);
     localMachineNumber_.store(number, std::memory_order_relaxed);
     return number;
+}
+
+bool Cookie::hasLocalMachineNumber() {
+    getLocalMachineNumber();
+    return localMachineNumberFound_.load(std::memory_order_relaxed);
 }
 
 void Cookie::resetLocalMachineNumberForTesting() noexcept {

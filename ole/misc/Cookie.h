@@ -155,6 +155,9 @@ public:
 
     /// This machine's number, looked up on first use and cached; 1 when no valid number can be found.
     static int getLocalMachineNumber();
+    /// False when getLocalMachineNumber() found no valid number and fell back to 1 (after its banner):
+    /// identifiers made now may collide with another machine's, and callers that hand them on should stop.
+    static bool hasLocalMachineNumber();
     /// The largest serial number of this machine's project cookies found in the projects directory.
     static unsigned int findHighestCookieNum();
     /// Forgets the cached local machine number so that the next use looks it up again. For tests that
@@ -170,6 +173,7 @@ private:
     CookieType type_;
 
     static std::atomic<int> localMachineNumber_;
+    static std::atomic<bool> localMachineNumberFound_;
 };
 
 /// The invalid cookie.

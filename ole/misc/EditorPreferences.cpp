@@ -1,6 +1,7 @@
 #include <ole/misc/EditorPreferences.h>
 
 #include <ole/misc/TextFile.h>
+#include <ole/platform/OS.h>
 #include <ole/runtime/RegistryConfig.h>
 #include <ole/runtime/Strings.h>
 
@@ -179,7 +180,10 @@ void EditorPreferences::exportTo(Vector<Text>& lines) const {
 }
 
 bool EditorPreferences::exportTo(const LightweightString<wchar_t>& path) const {
-    TextFile file(path);  // a file that does not exist yet starts empty
+    const Qv::FileLock lock = OS()->fileSystem()->lock(path.c_str());
+    TextFile file(path);  // a file that does not exist yet starts empty; one that cannot be read is kept
+    if (file.loadStatus() != Qv::FileStatus::kOk && file.loadStatus() != Qv::FileStatus::kMissing)
+        return false;
     Vector<Text> lines = file.lines();
     exportTo(lines);
     file.clear();

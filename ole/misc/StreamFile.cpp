@@ -3,11 +3,7 @@
 #include <ole/platform/OS.h>
 
 #include <algorithm>
-
-namespace {
-// Files are loaded in blocks of this size.
-constexpr std::size_t kLoadBlock = 64 * 1024;
-}  // namespace
+#include <string>
 
 StreamFile::StreamFile() = default;
 
@@ -27,18 +23,13 @@ bool StreamFile::open(const LightweightString<wchar_t>& path, OpenMode mode) {
         modified_ = true;  // an empty Create stream still replaces the file when saved
         return true;
     }
-    Qv::OSFile file = OS()->fileSystem()->open(path.c_str(), Qv::OSFile::Read);
-    if (!file.isOpen()) return mode == Update;
-    for (;;) {
-        reserve(size_ + kLoadBlock);
-        const long got = file.read(store_.data() + size_, kLoadBlock);
-        if (got < 0) {
-            size_ = 0;
-            return false;
-        }
-        if (got == 0) break;
-        size_ += std::size_t(got);
-    }
+    std::string content;
+    const Qv::FileStatus status = OS()->fileSystem()->readFile(path.c_str(), content, kMaxFileBytes);
+    if (status == Qv::FileStatus::kMissing) return mode == Update;
+    if (status != Qv::FileStatus::kOk) return false;
+    reserve(content.size());
+    if (!content.empty()) std::memcpy(store_.data(), content.data(), content.size());
+    size_ = content.size();
     return true;
 }
 

@@ -4,18 +4,16 @@
 
 #include <string>
 
-TextFile::TextFile(const LightweightString<wchar_t>& path) { load(path); }
+TextFile::TextFile(const LightweightString<wchar_t>& path) {
+    load(path);
+}
 
 bool TextFile::load(const LightweightString<wchar_t>& path) {
     path_ = path;
     lines_.clear();
-    const Qv::OSFile file = OS()->fileSystem()->open(path.c_str(), Qv::OSFile::Read);
-    if (!file.isOpen()) return false;
     std::string content;
-    char buffer[8192];
-    long n;
-    while ((n = file.read(buffer, sizeof buffer)) > 0) content.append(buffer, std::size_t(n));
-    if (n < 0) return false;
+    status_ = OS()->fileSystem()->readFile(path.c_str(), content);
+    if (status_ != Qv::FileStatus::kOk) return false;
     setText(LightweightString<char>(content.c_str(), unsigned(content.size())));
     return true;
 }
@@ -47,7 +45,9 @@ bool TextFile::save(const LightweightString<wchar_t>& path) const {
     return OS()->fileSystem()->writeAtomically(path.c_str(), content.c_str(), content.size());
 }
 
-bool TextFile::save() const { return save(path_); }
+bool TextFile::save() const {
+    return save(path_);
+}
 
 void TextFile::insertLine(unsigned index, const Line& line) {
     lines_.insert(lines_.begin() + (index < lines_.size() ? index : lines_.size()), line);

@@ -4,10 +4,12 @@
 /// TextFile: a text file held as a vector of lines, read and written whole. Lines are stored without their
 /// line ends; reading accepts "\n" and "\r\n", writing uses "\n" after every line. save() replaces the file
 /// atomically (temporary file + rename), so a crash never leaves it torn. A file that cannot be read loads
-/// as no lines and load() says false.
+/// as no lines and load() says false, with the reason in loadStatus(): only regular files up to
+/// Qv::FileSystem::kReadLimit are read (a device, FIFO or directory is refused without reading it).
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/platform/OS.h>
 
 #include <vector>
 
@@ -21,6 +23,8 @@ public:
     explicit TextFile(const LightweightString<wchar_t>& path);
 
     bool load(const LightweightString<wchar_t>& path);
+    /// How the last load() went: kOk, kMissing, kNotRegular, kTooLarge or kUnreadable.
+    Qv::FileStatus loadStatus() const { return status_; }
     /// Splits a text at newline characters into lines (a final line end adds no empty line).
     void setText(const LightweightString<char>& text);
     bool save(const LightweightString<wchar_t>& path) const;
@@ -45,4 +49,5 @@ public:
 private:
     std::vector<Line> lines_;
     LightweightString<wchar_t> path_;
+    Qv::FileStatus status_ = Qv::FileStatus::kMissing;
 };

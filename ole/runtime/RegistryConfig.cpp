@@ -53,43 +53,98 @@ RegistryConfig::RegistryConfig(const LightweightString<wchar_t>& path) : path_(p
 void RegistryConfig::loadLocked() const {
     if (loaded_) return;
     loaded_ = true;
+    lines_.clear();
     sections_.clear();
-    const Qv::OSFile file = OS()->fileSystem()->open(path_.c_str(), Qv::OSFile::Read);
-    if (!file.isOpen()) return;
     std::string content;
-    char buffer[4096];
-    for (long n; (n = file.read(buffer, sizeof buffer)) > 0;) content.append(buffer, std::size_t(n));
+    const Qv::FileStatus status = OS()->fileSystem()->readFile(path_.c_str(), content);
+    readStatus_ = int(status);
+    if (status != Qv::FileStatus::kOk) return;
 
-    Section* current = &sections_[Text()];
-    std::size_t start = 0;
-    while (start < content.size()) {
+    Text section;
+    for (std::size_t start = 0; start < content.size();) {
         std::size_t end = content.find('\n', start);
         if (end == std::string::npos) end = content.size();
-        std::string line = content.substr(start, end - start);
+        Line line{content.substr(start, end - start), Line::kOther, section, Text()};
         start = end + 1;
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == '#' || line[0] == ';') continue;
-        if (line[0] == '[' && line.back() == ']') {
-            current = &sections_[toText(line.substr(1, line.size() - 2))];
-            continue;
+        std::string text = line.text;
+        if (!text.empty() && text.back() == '\r') text.pop_back();
+        const std::size_t eq = text.find('=');
+        if (text.empty() || text[0] == '#' || text[0] == ';') {
+            // a comment or blank line: kept as it is
+        } else if (text[0] == '[' && text.back() == ']') {
+            section = line.section = toText(text.substr(1, text.size() - 2));
+            line.kind = Line::kHeading;
+            sections_[section];
+        } else if (eq != std::string::npos) {
+            line.kind = Line::kValue;
+            line.name = toText(text.substr(0, eq));
+            sections_[section][line.name] = unescape(text.substr(eq + 1));
         }
-        const std::size_t eq = line.find('=');
-        if (eq == std::string::npos) continue;  // not ours: ignored, and dropped at the next save
-        (*current)[toText(line.substr(0, eq))] = unescape(line.substr(eq + 1));
+        lines_.push_back(std::move(line));
     }
 }
 
 bool RegistryConfig::saveLocked() const {
     std::string content;
-    for (const auto& [name, section] : sections_) {
-        if (section.empty()) continue;
-        content += "[" + std::string(name.c_str()) + "]\n";
-        for (const auto& [key, value] : section)
-            content += std::string(key.c_str()) + "=" + escape(value) + "\n";
-    }
-    const LightweightString<wchar_t> dir = directoryOf(path_);
-    if (!dir.empty()) OS()->fileSystem()->createDirectory(dir.c_str());
+    for (const Line& line : lines_) content += line.text + "\n";
     return OS()->fileSystem()->writeAtomically(path_.c_str(), content.data(), content.size());
+}
+
+template <class Edit>
+bool RegistryConfig::change(Edit edit) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Qv::FileSystem* fs = OS()->fileSystem();
+    const LightweightString<wchar_t> dir = directoryOf(path_);
+    if (!dir.empty()) fs->createDirectory(dir.c_str());
+    const Qv::FileLock fileLock = fs->lock(path_.c_str());
+    loaded_ = false;  // another process may have changed the file since it was read
+    loadLocked();
+    const auto status = Qv::FileStatus(readStatus_);
+    if (status != Qv::FileStatus::kOk && status != Qv::FileStatus::kMissing) return false;
+    return edit() && saveLocked();
+}
+
+void RegistryConfig::putLocked(const Text& section, const Text& name, const Text& value) {
+    sections_[section][name] = value;
+    const std::string text = std::string(name.c_str(), name.size()) + "=" + escape(value);
+    // The last line of the name is the one that counts; a new name goes after the last line of its section.
+    std::size_t insertAt = std::string::npos;
+    for (std::size_t i = lines_.size(); i-- > 0;) {
+        const Line& line = lines_[i];
+        if (line.kind == Line::kOther || !(line.section == section)) continue;
+        if (line.kind == Line::kValue && line.name == name) {
+            lines_[i].text = text;
+            return;
+        }
+        if (insertAt == std::string::npos) insertAt = i + 1;
+    }
+    if (insertAt == std::string::npos) {
+        if (section.empty()) {
+            insertAt = 0;
+        } else {
+            lines_.push_back(Line{"[" + std::string(section.c_str(), section.size()) + "]", Line::kHeading,
+                                  section, Text()});
+            insertAt = lines_.size();
+        }
+    }
+    lines_.insert(lines_.begin() + std::ptrdiff_t(insertAt), Line{text, Line::kValue, section, name});
+}
+
+bool RegistryConfig::eraseLocked(const Text& section, const Text& name) {
+    const auto s = sections_.find(section);
+    if (s == sections_.end() || s->second.erase(name) == 0) return false;
+    for (std::size_t i = lines_.size(); i-- > 0;)
+        if (lines_[i].kind == Line::kValue && lines_[i].section == section && lines_[i].name == name)
+            lines_.erase(lines_.begin() + std::ptrdiff_t(i));
+    return true;
+}
+
+RegistryConfig::Text RegistryConfig::readError() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    loadLocked();
+    const auto status = Qv::FileStatus(readStatus_);
+    if (status == Qv::FileStatus::kOk || status == Qv::FileStatus::kMissing) return Text();
+    return Text(Qv::FileSystem::describe(status));
 }
 
 const Text* RegistryConfig::findLocked(const Text& section, const Text& name) const {
@@ -159,18 +214,17 @@ bool RegistryConfig::hasValue(const Text& section, const Text& name) const {
 }
 
 bool RegistryConfig::setValue(const Text& section, const Text& name, const Text& value) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    loadLocked();
-    sections_[section][name] = value;
-    return saveLocked();
+    return change([&] {
+        putLocked(section, name, value);
+        return true;
+    });
 }
 
 bool RegistryConfig::setValues(const Text& section, const std::vector<std::pair<Text, Text>>& values) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    loadLocked();
-    Section& target = sections_[section];
-    for (const auto& [name, value] : values) target[name] = value;
-    return saveLocked();
+    return change([&] {
+        for (const auto& [name, value] : values) putLocked(section, name, value);
+        return true;
+    });
 }
 
 bool RegistryConfig::setValue(const Text& section, const Text& name, int value) {
@@ -186,12 +240,7 @@ bool RegistryConfig::setValue(const Text& section, const Text& name, double valu
 }
 
 bool RegistryConfig::removeValue(const Text& section, const Text& name) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    loadLocked();
-    const auto s = sections_.find(section);
-    if (s == sections_.end() || s->second.erase(name) == 0) return false;
-    saveLocked();
-    return true;
+    return change([&] { return eraseLocked(section, name); });
 }
 
 std::vector<std::pair<Text, Text>> RegistryConfig::getValues(const Text& section) const {

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <dirent.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -72,5 +73,20 @@ LogCapture::~LogCapture() {
     delete impl_;
 }
 const std::string& LogCapture::text() const { return impl_->text; }
+
+bool inChildProcesses(int count, const std::function<bool(int)>& body) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < count; ++i) {
+        const pid_t pid = ::fork();
+        if (pid == 0) ::_exit(body(i) ? 0 : 1);
+        children.push_back(pid);
+    }
+    bool all = true;
+    for (const pid_t pid : children) {
+        int status = -1;
+        all = ::waitpid(pid, &status, 0) == pid && status == 0 && all;
+    }
+    return all;
+}
 
 }  // namespace oletest

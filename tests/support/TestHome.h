@@ -2,6 +2,7 @@
 
 // Test helpers shared by every test binary.
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,10 @@ bool writeFile(const std::string& path, const std::string& content);
 
 // The names of the entries of a directory, sorted, without "." and ".."; nothing when it cannot be read.
 std::vector<std::string> listDirectory(const std::string& dir);
+
+// Runs body(0) .. body(count - 1) at once, each in a forked child process; true when every body returned
+// true. For checks that processes sharing a file lose nothing.
+bool inChildProcesses(int count, const std::function<bool(int)>& body);
 
 // Collects everything logged through Log/LogBoth while it lives.
 class LogCapture {

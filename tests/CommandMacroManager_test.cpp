@@ -1,0 +1,182 @@
+#include <ole/misc/CommandMacroManager.h>
+#include <ole/misc/CommandMap.h>
+#include <ole/platform/OS.h>
+#include <ole/runtime/Paths.h>
+#include <ole/runtime/Strings.h>
+
+#include "support/TestHome.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> calls;
+
+void record(const Cmd::Context& c) {
+    calls.push_back(static_cast<const char*>(c.userData_));
+}
+
+unsigned long registerRecorder(const char* name) {
+    return CommandMap::theCommandMap()->registerCommand(name, &record, const_cast<char*>(name), 0, UIString(),
+                                                        UIString(), MapItem());
+}
+
+std::string narrow(const LightweightString<wchar_t>& s) {
+    return toUTF8(s).c_str();
+}
+
+TEST(MacroElement, StepTextsWithAndWithoutCounts) {
+    struct Case {
+        const wchar_t* text;
+        const char* name;
+        unsigned count;
+    };
+    const Case cases[] = {{L"Play(2)", "Play", 2},
+                          {L"Play", "Play", 1},
+                          {L"Play(x)", "Play(x)", 1},
+                          {L"(2)", "(2)", 1},
+                          {L"Play()", "Play()", 1},
+                          {L"A(B(3)", "A(B", 3},
+                          {L"Nudge Left(0)", "Nudge Left", 0},
+                          {L"X(007)", "X", 7},
+                          {L"X(65536)", "X(65536)", 1},
+                          {L"X(-1)", "X(-1)", 1},
+                          {L"", "", 1}};
+    for (const Case& c : cases) {
+        const MacroElement step{LightweightString<wchar_t>(c.text)};
+        EXPECT_EQ(narrow(step.name()), c.name) << narrow(c.text);
+        EXPECT_EQ(step.repeatCount(), c.count) << narrow(c.text);
+        EXPECT_FALSE(step.resolved());
+        if (c.count != 1) {
+            const MacroElement back(step.asText());
+            EXPECT_TRUE(back.name() == step.name() && back.repeatCount() == step.repeatCount())
+                << narrow(c.text);
+        }
+    }
+}
+
+TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
+    const std::string dir = oletest::makeTempDir("macro");
+    const LightweightString<wchar_t> path = fromUTF8((dir + "/Trim.QvMacro").c_str());
+    CommandMacro trim;
+    trim.setName(L"Trim");
+    trim.setDescription(L"Trim both ends");
+    trim.addCommand(MacroElement(L"Mark In", 1));
+    trim.addCommand(MacroElement(L"Nudge Left", 4));
+    trim.setCommand(2, MacroElement(L"Ignored", 1));  // past the end: nothing
+    ASSERT_TRUE(trim.save(path));
+    const std::string expected = "Name=Trim\nDescription=Trim both ends\nCommands=Mark In,Nudge Left(4)\n";
+    EXPECT_EQ(oletest::readFile(dir + "/Trim.QvMacro"), expected);
+
+    CommandMacro back(path);
+    EXPECT_TRUE(back.path() == path);
+    ASSERT_EQ(back.numCommands(), 2u);
+    EXPECT_EQ(back.command(1).repeatCount(), 4);
+    back.setDescription(L"");
+    back.setRepeatCount(0, 3);
+    back.setRepeatCount(9, 3);
+    ASSERT_TRUE(back.save(path));
+    EXPECT_EQ(oletest::readFile(dir + "/Trim.QvMacro"), "Name=Trim\nCommands=Mark In(3),Nudge Left(4)\n");
+
+    oletest::writeFile(dir + "/odd.QvMacro", "NAME=Foo\nnoequals\ndescription=a=b\nCOMMANDS=x(2),,y\r\n");
+    CommandMacro odd(fromUTF8((dir + "/odd.QvMacro").c_str()));
+    EXPECT_EQ(narrow(odd.name()), "Foo");
+    EXPECT_EQ(narrow(odd.description()), "a=b");
+    EXPECT_EQ(std::string(odd.asTextFile().text().c_str()), "Name=Foo\nDescription=a=b\nCommands=x(2),,y\n");
+
+    CommandMacro missing(fromUTF8((dir + "/none.QvMacro").c_str()));
+    EXPECT_TRUE(missing.name().empty() && missing.numCommands() == 0);
+    EXPECT_EQ(narrow(missing.path()), dir + "/none.QvMacro");
+}
+
+CommandMacro* selfPlaying = nullptr;
+void playSelf() {
+    selfPlaying->execute();
+}
+
+TEST(CommandMacro, PlaybackIsBracketedAndSkipsRecursionAndUnknownSteps) {
+    for (const char* name : {"MacroStart", "MacroEnd", "Step"}) registerRecorder(name);
+    CommandMap::theCommandMap()->registerCommand("PlaySelf", &playSelf, UIString(), UIString(),
+                                                 CommandMap::eScopeInternal, MapItem());
+    CommandMacro macro;
+    KeyMappingManager::instance().console().addCommand("Rewind");  // listed as "Console:Rewind"
+    registerRecorder("Console:Rewind");
+    for (const wchar_t* text : {L"step(2)", L"playself", L"Missing", L"Step(0)", L"STEP", L"rewind"})
+        macro.addCommand(MacroElement(LightweightString<wchar_t>(text)));
+    selfPlaying = &macro;
+    calls.clear();
+    oletest::LogCapture log;
+    macro.execute();
+    const std::vector<std::string> expected = {"MacroStart", "Step", "Step",           "MacroStart",
+                                               "Step",       "Step", "Step",           "Console:Rewind",
+                                               "MacroEnd",   "Step", "Console:Rewind", "MacroEnd"};
+    EXPECT_EQ(calls, expected);
+    EXPECT_EQ(log.text(),
+              "Command::execute() : Recursion!!\n"
+              "Command::execute() : Couldn't find 'Missing'\n"
+              "Command::execute() : Couldn't find 'Missing'\n");
+    EXPECT_TRUE(macro.command(0).resolved());
+    EXPECT_EQ(macro.command(5).clientIndex(), 0u);  // the console client comes first
+}
+
+struct Listener {
+    std::vector<std::string> got;
+    int onMsg(const NotifyMsg& msg) {
+        got.push_back(msg.text().c_str());
+        return 0;
+    }
+};
+
+TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
+    const LightweightString<wchar_t> prefs = getPreferencesDirectory();
+    OS()->fileSystem()->createDirectory(prefs.c_str());
+    const std::string dir = narrow(prefs);
+    oletest::writeFile(dir + "/dropped.QvMacro", "Name=Dropped\nCommands=Step(2)\n");
+    oletest::writeFile(dir + "/nameless.QvMacro", "Commands=Step\n");
+    registerRecorder("Step");
+
+    CommandMacroManager& manager = CommandMacroManager::instance();
+    ASSERT_EQ(manager.macros().size(), 1u);
+    calls.clear();
+    CommandMap::theCommandMap()->callCommand("Macro:Dropped", Cmd::Context());
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "Step"), 2);  // bracketing commands may exist too
+
+    Listener listener;
+    const auto guard =
+        manager.registerNotification(makeCallback(&listener, &Listener::onMsg), manager.getNotifyMsgType());
+    CommandMacro added;
+    added.setName(L"a/b");
+    added.addCommand(MacroElement(L"Step", 1));
+    ASSERT_TRUE(manager.addMacro(added));
+    EXPECT_EQ(oletest::readFile(dir + "/a_b.QvMacro"), "Name=a/b\nCommands=Step\n");
+    ASSERT_NE(manager.findMacro(L"a/b"), nullptr);
+    EXPECT_EQ(manager.findMacro(L"A/B"), nullptr);
+
+    EXPECT_TRUE(manager.bindMacroToKey(L"a/b", keyCodeFromName("Ctrl+M")));
+    manager.buildKeyMapper();  // bindings survive a rebuild
+    EXPECT_EQ(manager.findCommandBoundToKey(keyCodeFromName("Ctrl+M")), "Macro:a/b");
+    calls.clear();
+    EXPECT_TRUE(manager.tryKey(keyCodeFromName("Ctrl+M"), KeyEvent::Press));
+    EXPECT_TRUE(manager.tryKey(keyCodeFromName("Ctrl+M"), KeyEvent::Release));
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "Step"), 1);
+
+    EXPECT_TRUE(manager.deleteMacro(L"a/b"));
+    EXPECT_FALSE(manager.deleteMacro(L"a/b"));
+    EXPECT_FALSE(OS()->fileSystem()->exists(fromUTF8((dir + "/a_b.QvMacro").c_str()).c_str()));
+    EXPECT_EQ(CommandMap::theCommandMap()->findCommand("Macro:a/b"), CommandMap::invalidCommandId);
+    EXPECT_FALSE(manager.tryKey(keyCodeFromName("Ctrl+M"), KeyEvent::Press));
+    EXPECT_EQ(listener.got, (std::vector<std::string>{"added a/b", "deleted a/b"}));
+
+    oletest::LogCapture log;
+    EXPECT_FALSE(manager.addMacro(CommandMacro()));
+    EXPECT_TRUE(log.contains("Failed to save macro file"));
+    EXPECT_TRUE(CommandMacroManager::makeFileName(L".x:y*") == L"_x_y_.QvMacro");
+    EXPECT_TRUE(CommandMacroManager::makeFileName(LightweightString<wchar_t>(std::wstring(300, L'x').c_str()))
+                    .empty());
+}
+
+}  // namespace
