@@ -56,7 +56,7 @@ public:
     /// Writes all of `bytes`; returns false when any part could not be written.
     bool write(const void* data, std::size_t bytes) const;
     bool seek(int64_t offset) const;
-    // Cuts or extends the file to `bytes`.
+    /// Cuts or extends the file to `bytes`.
     bool truncate(int64_t bytes) const;
     int64_t size() const;
     /// Pushes written data to the storage device.
@@ -93,20 +93,21 @@ private:
 /// The outcome of a whole-file read or replace.
 enum class FileStatus {
     kOk,
-    kMissing,       // no such file (or a path component is not a directory)
-    kNotRegular,    // a directory, device, FIFO or socket: never read or replaced
-    kTooLarge,      // over FileSystem::kReadLimit
-    kUnreadable,    // exists but cannot be read (permissions, I/O error)
-    kReadOnly,      // no write permission on the file, and replacing it was not asked for
-    kOwnerNotKept,  // the replacement could not be given the file's owner and group
-    kWriteFailed    // the data or the rename could not be written
+    kMissing,       ///< no such file (or a path component is not a directory)
+    kNotRegular,    ///< a directory, device, FIFO or socket: never read or replaced
+    kTooLarge,      ///< over FileSystem::kReadLimit
+    kUnreadable,    ///< exists but cannot be read (permissions, I/O error)
+    kReadOnly,      ///< no write permission on the file, and replacing it was not asked for
+    kOwnerNotKept,  ///< the replacement could not be given the file's owner and group
+    kWriteFailed    ///< the data or the rename could not be written
 };
 
+/// Files and directories on wide (UTF-32) paths; failures are results, never exceptions.
 class OLE_API FileSystem {
 public:
-    // The largest file readFile() takes.
+    /// The largest file readFile() takes.
     static constexpr std::size_t kReadLimit = std::size_t(16) << 20;
-    // A flag of replaceFile(): replace a file even though nobody may write it.
+    /// A flag of replaceFile(): replace a file even though nobody may write it.
     static constexpr unsigned kReplaceReadOnly = 1;
 
     OSFile open(const wchar_t* path, OSFile::Mode mode) const;

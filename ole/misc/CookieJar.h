@@ -61,11 +61,11 @@ public:
     bool readCookieNum(const LightweightString<wchar_t>& path);
     /// Replaces the file's content with the next number in decimal digits; false when it cannot be written.
     bool writeCookieNum(const LightweightString<wchar_t>& path);
-    // False once a number was handed out that the counter file does not cover (it could not be read or
-    // written); true again after a flush wrote the counter past every number handed out.
+    /// False once a number was handed out that the counter file does not cover (it could not be read or
+    /// written); true again after a flush wrote the counter past every number handed out.
     bool counterSafe() const { return safe_; }
 
-    // How many numbers one visit to the counter file claims.
+    /// How many numbers one visit to the counter file claims.
     static constexpr uint32_t kBlockSize = 64;
 
     /// The process's counter file: "cookie.num" in the default local projects directory, fixed at first use.
@@ -78,8 +78,8 @@ private:
 
     Cookie::eVersion defaultVersion_;
     uint32_t nextNumber_;
-    uint32_t savedNumber_;  // the number the file held when last read or written by this jar
-    uint32_t claimed_ = 0;  // numbers of the current block not yet handed out
+    uint32_t savedNumber_;  ///< the number the file held when last read or written by this jar
+    uint32_t claimed_ = 0;  ///< numbers of the current block not yet handed out
     bool safe_ = true;
     LightweightString<wchar_t> path_;
 };

@@ -20,11 +20,11 @@
 ///     ...
 ///
 /// The section runs from its heading to the next line that starts with "[" or the end of the file. Each
-/// pair is the name (which must not hold "=" or a line break), "=", and the value with "\" written as "\\",
-/// a line feed as "\n" and a carriage return as "\r". Blank lines, lines starting with "#" or ";" and lines
-/// without "=" are skipped when importing. Exporting into a file that already holds the section replaces
-/// that section and keeps every other line; the file is replaced atomically (temporary file + rename) under
-/// its lock, and a file that exists but cannot be read is left alone (the export fails).
+/// pair is the name (which must not hold "=" or a line break), "=", and the value with a backslash written as
+/// `\\`, a line feed as `\n` and a carriage return as `\r`. Blank lines, lines starting with "#" or ";" and
+/// lines without "=" are skipped when importing. Exporting into a file that already holds the section
+/// replaces that section and keeps every other line; the file is replaced atomically (temporary file +
+/// rename) under its lock, and a file that exists but cannot be read is left alone (the export fails).
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>

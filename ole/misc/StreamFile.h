@@ -6,10 +6,10 @@
 /// The whole content is cached in memory. A memory stream starts empty (or with a copy of given bytes) and
 /// is never saved anywhere. A file-backed stream is opened on a path: ReadOnly and Update load the whole
 /// file at open() (only a regular file of at most kMaxFileBytes: anything else fails the open, and a
-/// device or FIFO is not read at all); Create starts empty. A modified file-backed stream is written back by flush(), close()
-/// or the destructor, replacing the file atomically (temporary file, sync, rename), so a crash never leaves
-/// a half-written stream file on disk. Packing seeks back to patch headers, so random access over the cache
-/// is what makes the rest simple.
+/// device or FIFO is not read at all); Create starts empty. A modified file-backed stream is written back by
+/// flush(), close() or the destructor, replacing the file atomically (temporary file, sync, rename), so a
+/// crash never leaves a half-written stream file on disk. Packing seeks back to patch headers, so random
+/// access over the cache is what makes the rest simple.
 ///
 /// Values are little-endian (the processor's order), at their natural width, with no alignment.
 ///
@@ -35,7 +35,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "stream values are stor
 /// A binary byte stream cached in memory, optionally backed by a file that is replaced atomically.
 class OLE_API StreamFile {
 public:
-    // The largest file open() loads.
+    /// The largest file open() loads.
     static constexpr std::size_t kMaxFileBytes = std::size_t(1) << 30;
 
     enum OpenMode {

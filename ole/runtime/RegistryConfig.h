@@ -74,19 +74,19 @@ public:
 
 private:
     using Section = std::map<Text, Text>;
-    // One line of the file as it stands, with what it means to the store.
+    /// One line of the file as it stands, with what it means to the store.
     struct Line {
         enum Kind { kOther, kHeading, kValue };
-        std::string text;  // without the line feed
+        std::string text;  ///< without the line feed
         Kind kind;
-        Text section;  // the section the line lies in
-        Text name;     // for a value line
+        Text section;  ///< the section the line lies in
+        Text name;     ///< for a value line
     };
     void loadLocked() const;
     bool saveLocked() const;
     const Text* findLocked(const Text& section, const Text& name) const;
-    // Takes the file's lock and reads the file afresh, runs `edit`, then saves; false when the file could
-    // not be read or written, or `edit` changed nothing.
+    /// Takes the file's lock and reads the file afresh, runs `edit`, then saves; false when the file could
+    /// not be read or written, or `edit` changed nothing.
     template <class Edit>
     bool change(Edit edit);
     void putLocked(const Text& section, const Text& name, const Text& value);
@@ -94,9 +94,9 @@ private:
 
     LightweightString<wchar_t> path_;
     mutable std::mutex mutex_;
-    // Guarded by mutex_:
+    /// Guarded by mutex_:
     mutable bool loaded_ = false;
-    mutable int readStatus_ = 0;  // a Qv::FileStatus
+    mutable int readStatus_ = 0;  ///< a Qv::FileStatus
     mutable std::vector<Line> lines_;
     mutable std::map<Text, Section> sections_;
 };
