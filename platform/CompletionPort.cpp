@@ -4,6 +4,7 @@
 
 #include <liburing.h>
 
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
@@ -113,10 +114,17 @@ private:
 class UringEngine {
 public:
     struct Record {
+        Record(bool io, int32_t status, uint32_t bytes, uint64_t key)
+            : io(io), status(status), bytes(bytes), key(key) {
+            published.store(true, std::memory_order_release);
+        }
         bool io;
         int32_t status;  // posted completions only
         uint32_t bytes;  // posted completions only
         uint64_t key;
+        // The kernel orders the submitter's writes before the reaper's reads, but race detectors cannot
+        // see that; this flag states the same ordering in the program.
+        std::atomic<bool> published{false};
     };
 
     // True when the kernel gave us a ring that supports timed waits without a submission slot.
@@ -134,7 +142,7 @@ public:
     }
 
     bool submit(const Request& r) {
-        auto* record = new Record{true, 0, 0, r.key};
+        auto* record = new Record(true, 0, 0, r.key);
         std::lock_guard<std::mutex> lock(submitLock_);
         io_uring_sqe* sqe = slot();
         if (!sqe) return delete record, false;
@@ -146,7 +154,7 @@ public:
         return flush(record);
     }
     bool post(const Completion& c) {
-        auto* record = new Record{false, c.status, c.bytes, c.key};
+        auto* record = new Record(false, c.status, c.bytes, c.key);
         std::lock_guard<std::mutex> lock(submitLock_);
         io_uring_sqe* sqe = slot();
         if (!sqe) return delete record, false;
@@ -169,6 +177,7 @@ public:
             if (rc != -EINTR) return false;
         }
         const Record* record = static_cast<const Record*>(::io_uring_cqe_get_data(cqe));
+        record->published.load(std::memory_order_acquire);
         if (record->io)
             c = Completion{cqe->res >= 0 ? CompletionPort::kSucceeded : CompletionPort::kFailed,
                            cqe->res >= 0 ? uint32_t(cqe->res) : 0u, record->key};

@@ -92,4 +92,4 @@ void DebugOut(const char* format, ...) {
 // Serious failures reported by the lower floors (which cannot reach the logs) go through ole_splat from
 // the moment the library is loaded.
 [[maybe_unused]] static const bool kFatalErrorsLogged =
-    (Qv::setFatalErrorReporter([](const char* text) { ole_splat("%s", text); }), true);
+    (Qv::setFatalErrorReporter([](const char* text) { ole_splat("%s\n", text); }), true);
