@@ -8,20 +8,59 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <map>
+#include <unordered_map>
+#include <vector>
 
 namespace QvCmdProcessors {
 
 // ---- PriorityList ---------------------------------------------------------------------------------------
 
-// The runs of a prioritised list by priority: the first and last item of each. Nodes come from a pool.
+// The runs of a prioritised list. Each run is a doubly linked list of its items. The heaps may hold
+// priorities whose run has ended (a run ended from one end leaves its entry in the other heap, and a
+// priority that comes back is pushed again); such entries are dropped when they surface, and a heap that
+// grows to twice the live runs is rebuilt, so the clean-up costs O(1) per run on average.
 struct PriorityList::Runs {
     struct Run {
         QueueLink* first;
         QueueLink* last;
     };
-    using Map = std::map<unsigned, Run, std::less<unsigned>, QvPoolAllocator<std::pair<const unsigned, Run>>>;
-    Map map;
+    using Table = std::unordered_map<unsigned, Run, std::hash<unsigned>, std::equal_to<unsigned>,
+                                     QvPoolAllocator<std::pair<const unsigned, Run>>>;
+
+    Table byPriority;
+    std::vector<unsigned> mostUrgent;   // a heap with the smallest priority on top
+    std::vector<unsigned> leastUrgent;  // a heap with the largest priority on top
+
+    // The live run on top of `heap`, after dropping entries of ended runs.
+    template <class Below>
+    Run* top(std::vector<unsigned>& heap, Below below) {
+        while (!heap.empty()) {
+            const auto run = byPriority.find(heap.front());
+            if (run != byPriority.end()) return &run->second;
+            std::pop_heap(heap.begin(), heap.end(), below);
+            heap.pop_back();
+        }
+        return nullptr;
+    }
+    Run* first() { return top(mostUrgent, std::greater<unsigned>()); }
+    Run* last() { return top(leastUrgent, std::less<unsigned>()); }
+
+    // Ends the run of `priority`, which is on top of `heap`.
+    template <class Below>
+    void end(unsigned priority, std::vector<unsigned>& heap, Below below) {
+        byPriority.erase(priority);
+        std::pop_heap(heap.begin(), heap.end(), below);
+        heap.pop_back();
+        compact(mostUrgent, std::greater<unsigned>());
+        compact(leastUrgent, std::less<unsigned>());
+    }
+    template <class Below>
+    void compact(std::vector<unsigned>& heap, Below below) {
+        if (heap.size() <= 2 * byPriority.size() + 32) return;
+        heap.clear();
+        for (const auto& run : byPriority) heap.push_back(run.first);
+        std::make_heap(heap.begin(), heap.end(), below);
+    }
 };
 
 PriorityList::PriorityList(bool prioritised) : runs_(prioritised ? new Runs : nullptr) {}
@@ -30,64 +69,81 @@ PriorityList::~PriorityList() {
     delete runs_;
 }
 
-// Links `link` after `before` (at the front when `before` is null).
-static void linkAfter(QueueLink*& head, QueueLink*& tail, QueueLink* before, QueueLink* link) noexcept {
-    link->prev = before;
-    link->next = before ? before->next : head;
-    (link->next ? link->next->prev : tail) = link;
-    (before ? before->next : head) = link;
-}
-
 void PriorityList::insert(QueueLink* link) {
     ++count_;
     if (!runs_) {
-        linkAfter(head_, tail_, tail_, link);
+        link->prev = tail_;
+        link->next = nullptr;
+        (tail_ ? tail_->next : head_) = link;
+        tail_ = link;
         return;
     }
-    // The new item goes after the last item whose priority is at most its own.
-    auto& map = runs_->map;
-    auto run = map.upper_bound(link->priority);
-    if (run == map.begin()) {
-        linkAfter(head_, tail_, nullptr, link);
-    } else {
-        auto before = std::prev(run);
-        linkAfter(head_, tail_, before->second.last, link);
-        if (before->first == link->priority) {
-            before->second.last = link;
-            return;
-        }
+    const auto placed = runs_->byPriority.try_emplace(link->priority, Runs::Run{link, link});
+    link->next = nullptr;
+    if (placed.second) {
+        link->prev = nullptr;
+        runs_->mostUrgent.push_back(link->priority);
+        std::push_heap(runs_->mostUrgent.begin(), runs_->mostUrgent.end(), std::greater<unsigned>());
+        runs_->leastUrgent.push_back(link->priority);
+        std::push_heap(runs_->leastUrgent.begin(), runs_->leastUrgent.end(), std::less<unsigned>());
+        return;
     }
-    map.emplace_hint(run, link->priority, Runs::Run{link, link});
+    Runs::Run& run = placed.first->second;
+    link->prev = run.last;
+    run.last->next = link;
+    run.last = link;
+}
+
+QueueLink* PriorityList::first() noexcept {
+    if (!runs_) return head_;
+    const Runs::Run* run = runs_->first();
+    return run ? run->first : nullptr;
+}
+
+QueueLink* PriorityList::last() noexcept {
+    if (!runs_) return tail_;
+    const Runs::Run* run = runs_->last();
+    return run ? run->last : nullptr;
 }
 
 QueueLink* PriorityList::takeFirst() noexcept {
-    QueueLink* link = head_;
-    if (!link) return nullptr;
-    if (runs_) {
-        auto run = runs_->map.begin();
-        if (run->second.last == link)
-            runs_->map.erase(run);
+    QueueLink* link;
+    if (!runs_) {
+        link = head_;
+        if (!link) return nullptr;
+        head_ = link->next;
+        (head_ ? head_->prev : tail_) = nullptr;
+    } else {
+        Runs::Run* run = runs_->first();
+        if (!run) return nullptr;
+        link = run->first;
+        run->first = link->next;
+        if (run->first)
+            run->first->prev = nullptr;
         else
-            run->second.first = link->next;
+            runs_->end(link->priority, runs_->mostUrgent, std::greater<unsigned>());
     }
-    head_ = link->next;
-    (head_ ? head_->prev : tail_) = nullptr;
     --count_;
     return link;
 }
 
 QueueLink* PriorityList::takeLast() noexcept {
-    QueueLink* link = tail_;
-    if (!link) return nullptr;
-    if (runs_) {
-        auto run = std::prev(runs_->map.end());
-        if (run->second.first == link)
-            runs_->map.erase(run);
+    QueueLink* link;
+    if (!runs_) {
+        link = tail_;
+        if (!link) return nullptr;
+        tail_ = link->prev;
+        (tail_ ? tail_->next : head_) = nullptr;
+    } else {
+        Runs::Run* run = runs_->last();
+        if (!run) return nullptr;
+        link = run->last;
+        run->last = link->prev;
+        if (run->last)
+            run->last->next = nullptr;
         else
-            run->second.last = link->prev;
+            runs_->end(link->priority, runs_->leastUrgent, std::less<unsigned>());
     }
-    tail_ = link->prev;
-    (tail_ ? tail_->next : head_) = nullptr;
     --count_;
     return link;
 }

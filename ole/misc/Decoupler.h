@@ -50,9 +50,11 @@ struct QueueLink {
     unsigned priority = 0;
 };
 
-// The order of a queue's items, whatever they carry. Items of one priority form a run in arrival order,
-// and an ordered index finds the run a new item joins, so inserting costs the same however long the queue
-// is (logarithmic in the number of distinct priorities waiting). Not thread-safe.
+// The order of a queue's items, whatever they carry. In a prioritised list the items of one priority form
+// a run in arrival order; a hash table finds the run of a priority, and two heaps of the distinct
+// priorities waiting find the most and the least urgent run. Joining an existing run costs O(1); starting
+// or ending a run costs O(log k) for k distinct priorities waiting: never a walk over the items, so the
+// cost does not grow with the queue's length. Not thread-safe.
 class OLE_API PriorityList {
 public:
     explicit PriorityList(bool prioritised);
@@ -61,8 +63,9 @@ public:
     PriorityList& operator=(const PriorityList&) = delete;
 
     void insert(QueueLink* link);
-    QueueLink* first() const noexcept { return head_; }
-    QueueLink* last() const noexcept { return tail_; }
+    // The first or last item, or null when empty.
+    QueueLink* first() noexcept;
+    QueueLink* last() noexcept;
     // Unlink and return the first or last item; null when empty.
     QueueLink* takeFirst() noexcept;
     QueueLink* takeLast() noexcept;
@@ -70,7 +73,7 @@ public:
 
 private:
     struct Runs;
-    QueueLink* head_ = nullptr;
+    QueueLink* head_ = nullptr;  // arrival order, when not prioritised
     QueueLink* tail_ = nullptr;
     unsigned count_ = 0;
     Runs* runs_;  // null when not prioritised
