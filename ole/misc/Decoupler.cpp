@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <unordered_map>
 #include <vector>
 
 namespace QvCmdProcessors {
@@ -24,8 +23,68 @@ struct PriorityList::Runs {
         QueueLink* first;
         QueueLink* last;
     };
-    using Table = std::unordered_map<unsigned, Run, std::hash<unsigned>, std::equal_to<unsigned>,
-                                     QvPoolAllocator<std::pair<const unsigned, Run>>>;
+
+    // The runs by priority: open addressing with linear probing, at most half full, so a lookup reads one
+    // or two neighbouring slots of one array.
+    class Table {
+    public:
+        Run* find(unsigned priority) noexcept {
+            for (std::size_t i = home(priority);; i = (i + 1) & mask_) {
+                if (!slots_[i].used) return nullptr;
+                if (slots_[i].priority == priority) return &slots_[i].run;
+            }
+        }
+        // The run of `priority`, made from `fresh` if there was none; true when it was made.
+        std::pair<Run*, bool> tryEmplace(unsigned priority, const Run& fresh) {
+            if (2 * (used_ + 1) > slots_.size()) grow();
+            std::size_t i = home(priority);
+            for (; slots_[i].used; i = (i + 1) & mask_)
+                if (slots_[i].priority == priority) return {&slots_[i].run, false};
+            slots_[i] = Slot{priority, true, fresh};
+            ++used_;
+            return {&slots_[i].run, true};
+        }
+        // Removes `priority`'s run and shifts later slots of the same probe sequence back into the gap.
+        void erase(unsigned priority) noexcept {
+            std::size_t gap = home(priority);
+            while (slots_[gap].priority != priority || !slots_[gap].used) gap = (gap + 1) & mask_;
+            slots_[gap].used = false;
+            --used_;
+            for (std::size_t j = (gap + 1) & mask_; slots_[j].used; j = (j + 1) & mask_) {
+                const std::size_t h = home(slots_[j].priority);
+                const bool stays = gap < j ? (h > gap && h <= j) : (h > gap || h <= j);
+                if (stays) continue;
+                slots_[gap] = slots_[j];
+                slots_[j].used = false;
+                gap = j;
+            }
+        }
+        std::size_t size() const noexcept { return used_; }
+
+    private:
+        struct Slot {
+            unsigned priority;
+            bool used;
+            Run run;
+        };
+        std::size_t home(unsigned priority) const noexcept {
+            return std::size_t((uint64_t(priority) * 0x9E3779B97F4A7C15ull) >> shift_);
+        }
+        void grow() {
+            std::vector<Slot> old(slots_.size() * 2, Slot{0, false, {}});
+            old.swap(slots_);
+            --shift_;
+            mask_ = slots_.size() - 1;
+            used_ = 0;
+            for (const Slot& slot : old)
+                if (slot.used) tryEmplace(slot.priority, slot.run);
+        }
+
+        std::vector<Slot> slots_ = std::vector<Slot>(16, Slot{0, false, {}});
+        unsigned shift_ = 60;  // 64 - log2(slots)
+        std::size_t mask_ = 15;
+        std::size_t used_ = 0;
+    };
 
     Table byPriority;
     std::vector<unsigned> mostUrgent;   // a heap with the smallest priority on top
@@ -35,8 +94,7 @@ struct PriorityList::Runs {
     template <class Below>
     Run* top(std::vector<unsigned>& heap, Below below) {
         while (!heap.empty()) {
-            const auto run = byPriority.find(heap.front());
-            if (run != byPriority.end()) return &run->second;
+            if (Run* run = byPriority.find(heap.front())) return run;
             std::pop_heap(heap.begin(), heap.end(), below);
             heap.pop_back();
         }
@@ -57,8 +115,10 @@ struct PriorityList::Runs {
     template <class Below>
     void compact(std::vector<unsigned>& heap, Below below) {
         if (heap.size() <= 2 * byPriority.size() + 32) return;
-        heap.clear();
-        for (const auto& run : byPriority) heap.push_back(run.first);
+        std::sort(heap.begin(), heap.end());
+        heap.erase(std::unique(heap.begin(), heap.end()), heap.end());
+        heap.erase(std::remove_if(heap.begin(), heap.end(), [&](unsigned p) { return !byPriority.find(p); }),
+                   heap.end());
         std::make_heap(heap.begin(), heap.end(), below);
     }
 };
@@ -78,7 +138,7 @@ void PriorityList::insert(QueueLink* link) {
         tail_ = link;
         return;
     }
-    const auto placed = runs_->byPriority.try_emplace(link->priority, Runs::Run{link, link});
+    const auto placed = runs_->byPriority.tryEmplace(link->priority, Runs::Run{link, link});
     link->next = nullptr;
     if (placed.second) {
         link->prev = nullptr;
@@ -88,7 +148,7 @@ void PriorityList::insert(QueueLink* link) {
         std::push_heap(runs_->leastUrgent.begin(), runs_->leastUrgent.end(), std::less<unsigned>());
         return;
     }
-    Runs::Run& run = placed.first->second;
+    Runs::Run& run = *placed.first;
     link->prev = run.last;
     run.last->next = link;
     run.last = link;
