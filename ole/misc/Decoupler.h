@@ -17,7 +17,8 @@
 //
 // WorkerThreadQueue runs an init command on a thread of its own, then executes whatever is inserted, from
 // any thread, in queue order. Destroying it drains what is queued (waiting at most 5 s for the thread) and
-// refuses inserts meanwhile; an exception from a command is logged and the worker carries on.
+// refuses inserts meanwhile; an exception from a command is logged and the worker carries on. Inserting
+// from other threads needs the ThreadSafe policy: under NoLocking the queue the worker drains is unguarded.
 //
 // CompletionPortHandler owns a completion port and one waiter thread per processor (at most four); each
 // completion of an attached file's reads and writes is handed to the callback on one of those threads.
