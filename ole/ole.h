@@ -9,6 +9,7 @@
 #include <ole/platform/export.h>
 #include <ole/platform/OS.h>
 #include <ole/platform/Threads.h>
+#include <ole/platform/CompletionPort.h>
 #include <ole/platform/UUID.h>
 #include <ole/platform/Exception.h>
 #include <ole/platform/Assert.h>
@@ -19,6 +20,9 @@
 #include <ole/Qv/Vector.h>
 #include <ole/Qv/DLList.h>
 #include <ole/Qv/XY.h>
+#include <ole/Qv/QvLokiSingleton.h>
+#include <ole/Qv/QvPooledObject.h>
+#include <ole/Qv/Command.h>
 
 // Runtime pieces on the core strings
 #include <ole/runtime/Log.h>
@@ -29,6 +33,9 @@
 // Notification
 #include <ole/misc/Notifier.h>
 #include <ole/misc/ValServer.h>
+
+// Commands
+#include <ole/misc/Decoupler.h>
 
 // Persistence and text files
 #include <ole/misc/TextFile.h>

@@ -51,6 +51,8 @@ public:
     ~OSFile();
 
     bool isOpen() const noexcept { return fd_ >= 0; }
+    /// The POSIX descriptor, for the platform's own asynchronous I/O; -1 when closed.
+    int descriptor() const noexcept { return fd_; }
     /// Reads up to `bytes`; returns the count read (0 at end of file) or -1.
     long read(void* buffer, std::size_t bytes) const;
     /// Writes all of `bytes`; returns false when any part could not be written.

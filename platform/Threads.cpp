@@ -93,10 +93,13 @@ int Event::waitForAny(Event* const* events, int count, unsigned timeoutMs) {
 
 // --- Thread ---------------------------------------------------------------------------------------------
 
-Thread::~Thread() { join(); }
+Thread::~Thread() {
+    join();
+}
 
 // Applies name, priority and affinity to the calling thread; each is best effort.
-static void configureCurrentThread(const std::string& name, Thread::Priority priority, uint64_t affinityMask) {
+static void configureCurrentThread(const std::string& name, Thread::Priority priority,
+                                   uint64_t affinityMask) {
     pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
     if (priority != Thread::Normal) {
         // Linux threads take a nice value of their own; lowering priority always works, raising it
@@ -113,21 +116,55 @@ static void configureCurrentThread(const std::string& name, Thread::Priority pri
     }
 }
 
-bool Thread::start(const std::string& name, std::function<void()> body, Priority priority, uint64_t affinityMask) {
-    if (thread_.joinable() || !body) return false;
-    try {
-        thread_ = std::thread([name, body = std::move(body), priority, affinityMask] {
-            configureCurrentThread(name, priority, affinityMask);
-            body();
-        });
-    } catch (const std::system_error&) {
+bool Thread::start(const std::string& name, std::function<void()> body, Priority priority,
+                   uint64_t affinityMask) {
+    if (!body) return false;
+    return start(
+        name, [](void* b) { return (*static_cast<std::function<void()>*>(b))(), 0; },
+        new std::function<void()>(std::move(body)), priority, affinityMask, true);
+}
+
+bool Thread::start(const std::string& name, int (*procedure)(void*), void* argument, Priority priority,
+                   uint64_t affinityMask) {
+    return start(name, procedure, argument, priority, affinityMask, false);
+}
+
+// `ownsArgument`: the argument is a heap body that the thread deletes when it has run.
+bool Thread::start(const std::string& name, int (*procedure)(void*), void* argument, Priority priority,
+                   uint64_t affinityMask, bool ownsArgument) {
+    auto release = [&] {
+        if (ownsArgument) delete static_cast<std::function<void()>*>(argument);
+    };
+    if (thread_.joinable() || !procedure) {
+        release();
         return false;
     }
+    auto exitCode = std::make_shared<std::atomic<int>>(-1);
+    try {
+        thread_ = std::thread([=] {
+            configureCurrentThread(name, priority, affinityMask);
+            const int code = procedure(argument);
+            if (ownsArgument) delete static_cast<std::function<void()>*>(argument);
+            exitCode->store(code);
+        });
+    } catch (const std::system_error&) {
+        release();
+        return false;
+    }
+    // Named here as well, so that the name is visible to the system as soon as start() returns.
+    pthread_setname_np(thread_.native_handle(), name.substr(0, 15).c_str());
+    exitCode_ = std::move(exitCode);
     return true;
 }
 
 void Thread::join() {
     if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
 }
+
+void Thread::detach() {
+    if (thread_.joinable()) thread_.detach();
+}
+
+SharedObject::~SharedObject() = default;
 
 }  // namespace Qv

@@ -7,9 +7,13 @@
 /// register on the notifier that is calling it). Mutex is not recursive and can be waited for with a
 /// time-out. Event follows the Windows model: manual-reset events stay set until reset, automatic-reset
 /// events release one waiter and clear themselves. None of these objects may be copied.
+///
+/// iMutex, iEvent and iThread are the same objects made shareable: they carry the count word that Qv::Ptr
+/// looks for, so a component can hold them as Qv::Ptr<iThread> and the last owner deletes them.
 
 #include <ole/platform/export.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -17,6 +21,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace Qv {
 
@@ -106,11 +111,54 @@ public:
     /// any processor. Returns false if a thread is already running or could not be made.
     bool start(const std::string& name, std::function<void()> body, Priority priority = Normal,
                uint64_t affinityMask = 0);
+    // The same for a thread procedure: `procedure(argument)` runs on the thread and its result becomes
+    // the thread's exit code.
+    bool start(const std::string& name, int (*procedure)(void*), void* argument, Priority priority = Normal,
+               uint64_t affinityMask = 0);
     void join();
+    // Lets the thread run on unowned; this object no longer refers to it.
+    void detach();
     bool running() const { return thread_.joinable(); }
+    // The procedure's result once the thread has ended (0 for a body), -1 before.
+    int exitCode() const { return exitCode_ ? exitCode_->load() : -1; }
 
 private:
+    bool start(const std::string& name, int (*procedure)(void*), void* argument, Priority priority,
+               uint64_t affinityMask, bool ownsArgument);
+
     std::thread thread_;
+    std::shared_ptr<std::atomic<int>> exitCode_;  // shared with the running thread, which may outlive us
+};
+
+// Base of platform objects shared through Qv::Ptr. The count starts at 0 and is changed only by Qv::Ptr;
+// the last owner deletes the object through the virtual destructor.
+class OLE_API SharedObject {
+public:
+    SharedObject() = default;
+    SharedObject(const SharedObject&) = delete;
+    SharedObject& operator=(const SharedObject&) = delete;
+    virtual ~SharedObject();
+
+    int32_t* refCountPtr() const noexcept { return &refCount_; }
+
+private:
+    mutable int32_t refCount_ = 0;
+};
+
+class OLE_API iMutex : public SharedObject, public Mutex {};
+
+class OLE_API iEvent : public SharedObject, public Event {
+public:
+    explicit iEvent(bool manualReset = false, bool initiallySet = false) : Event(manualReset, initiallySet) {}
+};
+
+class OLE_API iThread : public SharedObject, public Thread {
+public:
+    using ePriority = Thread::Priority;
 };
 
 }  // namespace Qv
+
+using Qv::iEvent;
+using Qv::iMutex;
+using Qv::iThread;

@@ -18,6 +18,7 @@ PACKAGES=(
     libboost-dev
     libavutil-dev
     libcli11-dev
+    liburing-dev
     clang
     doxygen
     help2man

@@ -1,5 +1,6 @@
 // Critical sections, timed mutexes, events and named threads of the operating-system layer.
 
+#include <ole/platform/CompletionPort.h>
 #include <ole/platform/Threads.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <sched.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -174,3 +176,49 @@ TEST(Thread, RunsNamedJoinsAndRestarts) {
 }
 
 }  // namespace
+
+TEST(Thread, ProcedureExitCodeAndDetach) {
+    Qv::Thread thread;
+    EXPECT_EQ(thread.exitCode(), -1);
+    int argument = 41;
+    ASSERT_TRUE(thread.start(
+        "procedure", [](void* a) { return ++*static_cast<int*>(a); }, &argument));
+    thread.join();
+    EXPECT_EQ(thread.exitCode(), 42);
+
+    auto gate = std::make_shared<Qv::Event>(true);
+    ASSERT_TRUE(thread.start("detached", [gate] { gate->wait(kGiveUpMs); }));
+    thread.detach();
+    EXPECT_FALSE(thread.running()) << "no longer ours to join";
+    gate->set();
+}
+
+TEST(CompletionPort, PostedCompletionsReachOneWaiterEachInOrder) {
+    for (auto engine : {Qv::CompletionPort::kUring, Qv::CompletionPort::kThreads}) {
+        Qv::CompletionPort port(engine);
+        EXPECT_TRUE(engine == Qv::CompletionPort::kUring || !port.usesUring());
+        Qv::Completion c;
+        EXPECT_FALSE(port.wait(c, 10));
+        for (uint32_t i = 0; i < 3; ++i) ASSERT_TRUE(port.post(int32_t(i), i * 10, 100 + i));
+        for (uint32_t i = 0; i < 3; ++i) {
+            ASSERT_TRUE(port.wait(c, kGiveUpMs));
+            EXPECT_EQ(c.status, int32_t(i));
+            EXPECT_EQ(c.bytes, i * 10);
+            EXPECT_EQ(c.key, 100 + i);
+        }
+        // Several waiters: each quit completion ends exactly one of them.
+        std::atomic<int> ended{0};
+        std::vector<std::thread> waiters;
+        for (int t = 0; t < 3; ++t)
+            waiters.emplace_back([&] {
+                Qv::Completion mine;
+                while (port.wait(mine, kGiveUpMs) && mine.status != Qv::CompletionPort::kQuit) {
+                }
+                ++ended;
+            });
+        for (int t = 0; t < 3; ++t) port.post(Qv::CompletionPort::kQuit, 0, 0);
+        for (auto& w : waiters) w.join();
+        EXPECT_EQ(ended.load(), 3);
+        EXPECT_FALSE(port.wait(c, 0));
+    }
+}

@@ -1,5 +1,6 @@
 #include <ole/runtime/Log.h>
 
+#include <ole/platform/Assert.h>
 #include <ole/platform/OS.h>
 #include <ole/runtime/Paths.h>
 
@@ -87,3 +88,8 @@ void ole_splat(const char* format, ...) {
 void DebugOut(const char* format, ...) {
     OLE_EMIT(Qv::StdErrOnly, std::string());
 }
+
+// Serious failures reported by the lower floors (which cannot reach the logs) go through ole_splat from
+// the moment the library is loaded.
+[[maybe_unused]] static const bool kFatalErrorsLogged =
+    (Qv::setFatalErrorReporter([](const char* text) { ole_splat("%s\n", text); }), true);

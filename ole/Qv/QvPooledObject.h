@@ -1,0 +1,117 @@
+#pragma once
+
+// Per-type pools of fixed-size blocks for the small objects that are made and dropped at a high rate
+// (queue nodes, command representations). A class T derives from QvPooledObject<T> and its new and delete
+// then take blocks from T's pool and give them back.
+//
+// A pool is a lock-free stack of free blocks: allocation pops a block, or takes a new one from the heap
+// when the stack is empty; freeing pushes it back. Blocks are never returned to the heap, so a pool is as
+// large as the most blocks ever in use at once. The stack head is a pointer paired with a 64-bit word of
+// change tag and free-block count, all replaced by one 128-bit compare-and-swap: the tag changes on every
+// push and pop, so a thread that was delayed between reading the head and swapping it cannot succeed on a
+// head that was popped and pushed back meanwhile (the ABA problem).
+//
+// Every pool of the process is found by its type's name in the registry of named objects, so all users of
+// T in the process share one pool. Pools are never destroyed. All operations are thread-safe.
+
+#include <ole/platform/export.h>
+#include <ole/Qv/QvLokiSingleton.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+namespace Qv {
+
+// The type-independent part: a lock-free stack of free blocks of one size.
+class OLE_API BlockPool {
+public:
+    explicit BlockPool(std::size_t blockSize);
+    BlockPool(const BlockPool&) = delete;
+    BlockPool& operator=(const BlockPool&) = delete;
+
+    // A block of blockSize() bytes aligned to 16; never null.
+    void* allocate();
+    // Returns a block that allocate() gave; null is ignored.
+    void free(void* block) noexcept;
+
+    std::size_t blockSize() const noexcept { return blockSize_; }
+    // Blocks on the free stack, and blocks ever taken from the heap.
+    uint32_t freeBlocks() const noexcept;
+    uint64_t blocksMade() const noexcept;
+
+    // Largest alignment a block guarantees.
+    static constexpr std::size_t kAlignment = 16;
+
+private:
+    struct Block;
+    struct alignas(16) Head {
+        Block* top;
+        uint64_t tagAndCount;  // change tag in the high 32 bits, free-block count in the low 32
+    };
+
+    Head head_;  // changed only by 128-bit compare-and-swap
+    const std::size_t blockSize_;
+    uint64_t made_ = 0;  // atomic
+};
+
+}  // namespace Qv
+
+// The pool of blocks of T's size that T's allocations share.
+template <class T>
+struct QvPoolOf : Qv::BlockPool {
+    QvPoolOf() : Qv::BlockPool(sizeof(T)) {}
+};
+
+// Base of pooled classes: `class Node : public QvPooledObject<Node>`. Objects of classes derived from T
+// whose size differs from T's, and over-aligned types, come from the heap as usual.
+template <class T>
+class QvPooledObject {
+public:
+    static Qv::BlockPool& pool() { return QvLokiSingleton<QvPoolOf<T>>::instance(); }
+
+    static void* operator new(std::size_t size) {
+        return pooled(size) ? pool().allocate() : ::operator new(size);
+    }
+    static void operator delete(void* object, std::size_t size) noexcept {
+        if (!object) return;
+        if (pooled(size))
+            pool().free(object);
+        else
+            ::operator delete(object);
+    }
+
+private:
+    static bool pooled(std::size_t size) noexcept {
+        return size == sizeof(T) && alignof(T) <= Qv::BlockPool::kAlignment;
+    }
+};
+
+// A standard allocator that takes single objects from their type's pool, for node-based containers.
+template <class T>
+struct QvPoolAllocator {
+    using value_type = T;
+    QvPoolAllocator() noexcept = default;
+    template <class U>
+    QvPoolAllocator(const QvPoolAllocator<U>&) noexcept {}
+
+    T* allocate(std::size_t n) {
+        if (n == 1 && alignof(T) <= Qv::BlockPool::kAlignment)
+            return static_cast<T*>(QvLokiSingleton<QvPoolOf<T>>::instance().allocate());
+        return static_cast<T*>(::operator new(n * sizeof(T)));
+    }
+    void deallocate(T* p, std::size_t n) noexcept {
+        if (n == 1 && alignof(T) <= Qv::BlockPool::kAlignment)
+            QvLokiSingleton<QvPoolOf<T>>::instance().free(p);
+        else
+            ::operator delete(p);
+    }
+    template <class U>
+    bool operator==(const QvPoolAllocator<U>&) const noexcept {
+        return true;
+    }
+    template <class U>
+    bool operator!=(const QvPoolAllocator<U>&) const noexcept {
+        return false;
+    }
+};
