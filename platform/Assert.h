@@ -21,11 +21,12 @@ inline bool check(bool ok, const char* condition, const char* source, int line) 
     return ok;
 }
 
-// Serious failures that the process survives. They go to the installed reporter (the runtime installs
-// one that writes the product logs) or, before one is installed, to standard error.
+/// Serious failures that the process survives. They go to the installed reporter (the runtime installs
+/// one that writes the product logs) or, before one is installed, to standard error.
 using FatalErrorReporter = void (*)(const char* text);
+/// Hands `text` to the installed reporter.
 OLE_API void reportFatalError(const char* text);
-// Installs `reporter` (null restores standard error) and returns the previous one.
+/// Installs `reporter` (null restores standard error) and returns the previous one.
 OLE_API FatalErrorReporter setFatalErrorReporter(FatalErrorReporter reporter);
 
 }  // namespace Qv

@@ -111,15 +111,15 @@ public:
     /// any processor. Returns false if a thread is already running or could not be made.
     bool start(const std::string& name, std::function<void()> body, Priority priority = Normal,
                uint64_t affinityMask = 0);
-    // The same for a thread procedure: `procedure(argument)` runs on the thread and its result becomes
-    // the thread's exit code.
+    /// The same for a thread procedure: `procedure(argument)` runs on the thread and its result becomes
+    /// the thread's exit code.
     bool start(const std::string& name, int (*procedure)(void*), void* argument, Priority priority = Normal,
                uint64_t affinityMask = 0);
     void join();
-    // Lets the thread run on unowned; this object no longer refers to it.
+    /// Lets the thread run on unowned; this object no longer refers to it.
     void detach();
     bool running() const { return thread_.joinable(); }
-    // The procedure's result once the thread has ended (0 for a body), -1 before.
+    /// The procedure's result once the thread has ended (0 for a body), -1 before.
     int exitCode() const { return exitCode_ ? exitCode_->load() : -1; }
 
 private:
@@ -127,11 +127,11 @@ private:
                uint64_t affinityMask, bool ownsArgument);
 
     std::thread thread_;
-    std::shared_ptr<std::atomic<int>> exitCode_;  // shared with the running thread, which may outlive us
+    std::shared_ptr<std::atomic<int>> exitCode_;  ///< shared with the running thread, which may outlive us
 };
 
-// Base of platform objects shared through Qv::Ptr. The count starts at 0 and is changed only by Qv::Ptr;
-// the last owner deletes the object through the virtual destructor.
+/// Base of platform objects shared through Qv::Ptr. The count starts at 0 and is changed only by Qv::Ptr;
+/// the last owner deletes the object through the virtual destructor.
 class OLE_API SharedObject {
 public:
     SharedObject() = default;
@@ -145,13 +145,16 @@ private:
     mutable int32_t refCount_ = 0;
 };
 
+/// A Mutex that a Qv::Ptr can own.
 class OLE_API iMutex : public SharedObject, public Mutex {};
 
+/// An Event that a Qv::Ptr can own.
 class OLE_API iEvent : public SharedObject, public Event {
 public:
     explicit iEvent(bool manualReset = false, bool initiallySet = false) : Event(manualReset, initiallySet) {}
 };
 
+/// A Thread that a Qv::Ptr can own.
 class OLE_API iThread : public SharedObject, public Thread {
 public:
     using ePriority = Thread::Priority;

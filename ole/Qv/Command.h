@@ -1,18 +1,19 @@
 #pragma once
 
-// Deferred calls. A command handle (QvDC::Cmd) is a small value that shares a counted representation
-// holding something to execute later with a context: a receiver to call (SmplCmd), a receiver and a stored
-// parameter (ParamCmd), or a list of other commands (CompCmd). Handles are copied freely, across threads
-// too: the counts are atomic, and the last handle to go deletes the representation.
-//
-// A handle holds one of three things: nothing (a default-constructed, uninitialised handle: executing it
-// reports a fatal error and fails), the null command (does nothing and succeeds), or a representation.
-//
-// Every template takes a thread-safety policy. With ThreadSafetyTraits::ThreadSafe each representation has
-// a recursive critical section: a simple command holds it while its receiver runs (so concurrent
-// executions of one command are serialised), a compound command holds it for changes to its list and
-// while its members run (so a member must not change the compound command that runs it). NoLocking takes
-// no locks. Receivers are not owned: a receiver must outlive the commands that point at it.
+/// @file
+/// Deferred calls. A command handle (QvDC::Cmd) is a small value that shares a counted representation
+/// holding something to execute later with a context: a receiver to call (SmplCmd), a receiver and a stored
+/// parameter (ParamCmd), or a list of other commands (CompCmd). Handles are copied freely, across threads
+/// too: the counts are atomic, and the last handle to go deletes the representation.
+///
+/// A handle holds one of three things: nothing (a default-constructed, uninitialised handle: executing it
+/// reports a fatal error and fails), the null command (does nothing and succeeds), or a representation.
+///
+/// Every template takes a thread-safety policy. With ThreadSafetyTraits::ThreadSafe each representation has
+/// a recursive critical section: a simple command holds it while its receiver runs (so concurrent
+/// executions of one command are serialised), a compound command holds it for changes to its list and
+/// while its members run (so a member must not change the compound command that runs it). NoLocking takes
+/// no locks. Receivers are not owned: a receiver must outlive the commands that point at it.
 
 #include <ole/platform/export.h>
 #include <ole/platform/OS.h>
@@ -26,15 +27,19 @@
 
 namespace QvDC {
 
+/// The empty context of commands that need none.
 struct NoCtx {};
+/// The default tag: commands with the same context and policy share one representation type.
 struct NoTag {};
 
 namespace ThreadSafetyTraits {
+/// Policy for commands used from one thread: no lock, no flags.
 struct NoLocking {};
+/// Policy for commands shared between threads: a recursive critical section around execution.
 struct ThreadSafe {};
 }  // namespace ThreadSafetyTraits
 
-// Reports, through the fatal-error reporter, that an uninitialised handle was executed.
+/// Reports, through the fatal-error reporter, that an uninitialised handle was executed.
 OLE_API void reportUninitialisedCommand();
 
 namespace detail {
@@ -53,7 +58,7 @@ public:
 template <>
 class RepLocking<ThreadSafetyTraits::ThreadSafe> {
 public:
-    // Holds the representation's critical section for the life of the scope.
+    /// Holds the representation's critical section for the life of the scope.
     class Scope {
     public:
         explicit Scope(const RepLocking& rep) : cs_(rep.cs_) { cs_.enter(); }
@@ -66,14 +71,14 @@ public:
     };
 
 protected:
-    bool flagA_ = false;  // kept for representations that want per-command state; unused here
+    bool flagA_ = false;  ///< kept for representations that want per-command state; unused here
     bool flagB_ = false;
     mutable Qv::CriticalSection cs_;
 };
 
 }  // namespace detail
 
-// The counted representation behind a handle. The count starts at 0; handles raise and lower it.
+/// The counted representation behind a handle. The count starts at 0; handles raise and lower it.
 template <class Ctx, class TS = ThreadSafetyTraits::NoLocking>
 class CommandRep : public detail::RepLocking<TS> {
 public:
@@ -87,7 +92,7 @@ public:
     virtual bool execute(Ctx& context) = 0;
 
     void incRef() noexcept { OS()->refCounter()->increment(&refCount_); }
-    // Deletes the representation when this was the last reference.
+    /// Deletes the representation when this was the last reference.
     void decRef() noexcept {
         if (OS()->refCounter()->decrement(&refCount_) == 0) delete this;
     }
@@ -97,6 +102,8 @@ private:
     mutable int32_t refCount_ = 0;
 };
 
+/// A shared handle on a deferred call: copies share one counted representation; a null handle executes as a
+/// failure.
 template <class Ctx, class TS = ThreadSafetyTraits::NoLocking>
 class Cmd : public QvPooledObject<Cmd<Ctx, TS>> {
 public:
@@ -104,7 +111,7 @@ public:
     using Rep = CommandRep<Ctx, TS>;
 
     Cmd() noexcept : rep_(nullptr) {}
-    // Shares `rep` (which may be new, with a count of 0).
+    /// Shares `rep` (which may be new, with a count of 0).
     explicit Cmd(Rep* rep) noexcept : rep_(rep) { acquire(); }
     Cmd(const Cmd& other) noexcept : rep_(other.rep_) { acquire(); }
     Cmd(Cmd&& other) noexcept : rep_(other.rep_) { other.rep_ = nullptr; }
@@ -129,7 +136,7 @@ public:
         return *this;
     }
 
-    // The null command succeeds without doing anything; an uninitialised handle reports and fails.
+    /// The null command succeeds without doing anything; an uninitialised handle reports and fails.
     bool execute(Ctx& context) const {
         if (!rep_) {
             reportUninitialisedCommand();
@@ -142,7 +149,7 @@ public:
     bool isValid() const noexcept { return rep_ && rep_ != nullRep(); }
     Rep* getRep() const noexcept { return rep_; }
 
-    // Equal when both are not valid (uninitialised or null, in any mix) or both share one representation.
+    /// Equal when both are not valid (uninitialised or null, in any mix) or both share one representation.
     friend bool operator==(const Cmd& a, const Cmd& b) noexcept {
         return (!a.isValid() && !b.isValid()) || a.rep_ == b.rep_;
     }
@@ -164,14 +171,14 @@ private:
     Rep* rep_;
 };
 
-// A handle on the null command.
+/// A handle on the null command.
 template <class Ctx, class TS = ThreadSafetyTraits::NoLocking>
 class NullCommand : public Cmd<Ctx, TS> {
 public:
     NullCommand() noexcept : Cmd<Ctx, TS>(typename Cmd<Ctx, TS>::NullTag()) {}
 };
 
-// What a command calls when it executes; told which handle is executing so one receiver can serve many.
+/// What a command calls when it executes; told which handle is executing so one receiver can serve many.
 template <class Command>
 class Receiver {
 public:
@@ -182,6 +189,7 @@ public:
 template <class Ctx, class Tag, class TS>
 class SmplCmd;
 
+/// The representation of a simple command: executing it calls its receiver with a handle on itself.
 template <class Ctx, class Tag = NoTag, class TS = ThreadSafetyTraits::NoLocking>
 class SimpleCommandRep : public CommandRep<Ctx, TS>, public QvPooledObject<SimpleCommandRep<Ctx, Tag, TS>> {
 public:
@@ -191,7 +199,7 @@ public:
 
     explicit SimpleCommandRep(Receiver<Command>* receiver) noexcept : receiver_(receiver) {}
 
-    // Calls the receiver with a handle on this representation; fails when there is no receiver.
+    /// Calls the receiver with a handle on this representation; fails when there is no receiver.
     bool execute(Ctx& context) override {
         typename CommandRep<Ctx, TS>::Scope lock(*this);
         Command self(this);
@@ -203,6 +211,7 @@ private:
     Receiver<Command>* receiver_;
 };
 
+/// A handle on a simple command, made from a receiver.
 template <class Ctx, class Tag = NoTag, class TS = ThreadSafetyTraits::NoLocking>
 class SmplCmd : public Cmd<Ctx, TS> {
 public:
@@ -215,6 +224,7 @@ public:
     RepType* rep() const noexcept { return static_cast<RepType*>(this->getRep()); }
 };
 
+/// The representation of a compound command: an ordered list of commands executed in turn.
 template <class Ctx, class TS = ThreadSafetyTraits::NoLocking>
 class CompoundCommandRep : public CommandRep<Ctx, TS>, public QvPooledObject<CompoundCommandRep<Ctx, TS>> {
 public:
@@ -224,8 +234,8 @@ public:
     using QvPooledObject<CompoundCommandRep>::operator new;
     using QvPooledObject<CompoundCommandRep>::operator delete;
 
-    // `ordered`: keep the members ascending by priority (equal priorities in the order added); otherwise
-    // members run in the order added and the priority is only stored.
+    /// `ordered`: keep the members ascending by priority (equal priorities in the order added); otherwise
+    /// members run in the order added and the priority is only stored.
     explicit CompoundCommandRep(bool ordered) noexcept : ordered_(ordered) {}
 
     static uint64_t getPriority(const Entry& entry) noexcept { return entry.first; }
@@ -239,7 +249,7 @@ public:
                                   [](uint64_t p, const Entry& e) { return p < e.first; });
         entries_.insert(at, Entry(priority, command));
     }
-    // Removes the first member equal to `command`; false when there is none.
+    /// Removes the first member equal to `command`; false when there is none.
     bool remove(const Command& command) {
         Scope lock(*this);
         const auto found = std::find_if(entries_.begin(), entries_.end(),
@@ -261,7 +271,7 @@ public:
         return entries_.size();
     }
 
-    // Runs the members in order; false when any failed. With stopOnFailure the first failure ends the run.
+    /// Runs the members in order; false when any failed. With stopOnFailure the first failure ends the run.
     bool execute(Ctx& context) override {
         Scope lock(*this);
         bool ok = true;
@@ -276,11 +286,12 @@ public:
     }
 
 private:
-    std::vector<Entry> entries_;  // guarded by the critical section (ThreadSafe)
-    bool stopOnFailure_ = false;  // guarded by the critical section (ThreadSafe)
+    std::vector<Entry> entries_;  ///< guarded by the critical section (ThreadSafe)
+    bool stopOnFailure_ = false;  ///< guarded by the critical section (ThreadSafe)
     const bool ordered_;
 };
 
+/// A handle on a compound command, optionally stopping at the first command that fails.
 template <class Ctx, class TS = ThreadSafetyTraits::NoLocking>
 class CompCmd : public Cmd<Ctx, TS> {
 public:
@@ -304,8 +315,8 @@ public:
 template <class Param, class Tag, class Ctx, class RecvParam, class TS>
 class ParamCmd;
 
-// A receiver and a stored parameter that the receiver reads back (as RecvParam) when the command runs.
-// The parameter is not guarded: re-arm a command only while nothing executes it.
+/// A receiver and a stored parameter that the receiver reads back (as RecvParam) when the command runs.
+/// The parameter is not guarded: re-arm a command only while nothing executes it.
 template <class Param, class Tag = NoTag, class Ctx = NoCtx, class RecvParam = const Param&,
           class TS = ThreadSafetyTraits::NoLocking>
 class ParameterizedCommandRep
@@ -334,6 +345,7 @@ private:
     Param param_;
 };
 
+/// A handle on a command that carries a parameter for its receiver.
 template <class Param, class Tag = NoTag, class Ctx = NoCtx, class RecvParam = const Param&,
           class TS = ThreadSafetyTraits::NoLocking>
 class ParamCmd : public Cmd<Ctx, TS> {
@@ -345,11 +357,11 @@ public:
         : Cmd<Ctx, TS>(new RepType(receiver, std::move(param))) {}
     explicit ParamCmd(RepType* rep) noexcept : Cmd<Ctx, TS>(rep) {}
 
-    // A new command for the same receiver carrying `param`; this one is left as it is.
+    /// A new command for the same receiver carrying `param`; this one is left as it is.
     ParamCmd withParam(Param param) const {
         return ParamCmd(rep() ? rep()->receiver() : nullptr, std::move(param));
     }
-    // Re-arms this command (and every handle sharing it) with `param`.
+    /// Re-arms this command (and every handle sharing it) with `param`.
     void rearm(const Param& param) { rep()->setParam(param); }
     RecvParam param() const noexcept { return rep()->param(); }
 

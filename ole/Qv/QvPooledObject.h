@@ -1,18 +1,19 @@
 #pragma once
 
-// Per-type pools of fixed-size blocks for the small objects that are made and dropped at a high rate
-// (queue nodes, command representations). A class T derives from QvPooledObject<T> and its new and delete
-// then take blocks from T's pool and give them back.
-//
-// A pool is a lock-free stack of free blocks: allocation pops a block, or takes a new one from the heap
-// when the stack is empty; freeing pushes it back. Blocks are never returned to the heap, so a pool is as
-// large as the most blocks ever in use at once. The stack head is a pointer paired with a 64-bit word of
-// change tag and free-block count, all replaced by one 128-bit compare-and-swap: the tag changes on every
-// push and pop, so a thread that was delayed between reading the head and swapping it cannot succeed on a
-// head that was popped and pushed back meanwhile (the ABA problem).
-//
-// Every pool of the process is found by its type's name in the registry of named objects, so all users of
-// T in the process share one pool. Pools are never destroyed. All operations are thread-safe.
+/// @file
+/// Per-type pools of fixed-size blocks for the small objects that are made and dropped at a high rate
+/// (queue nodes, command representations). A class T derives from QvPooledObject<T> and its new and delete
+/// then take blocks from T's pool and give them back.
+///
+/// A pool is a lock-free stack of free blocks: allocation pops a block, or takes a new one from the heap
+/// when the stack is empty; freeing pushes it back. Blocks are never returned to the heap, so a pool is as
+/// large as the most blocks ever in use at once. The stack head is a pointer paired with a 64-bit word of
+/// change tag and free-block count, all replaced by one 128-bit compare-and-swap: the tag changes on every
+/// push and pop, so a thread that was delayed between reading the head and swapping it cannot succeed on a
+/// head that was popped and pushed back meanwhile (the ABA problem).
+///
+/// Every pool of the process is found by its type's name in the registry of named objects, so all users of
+/// T in the process share one pool. Pools are never destroyed. All operations are thread-safe.
 
 #include <ole/platform/export.h>
 #include <ole/Qv/QvLokiSingleton.h>
@@ -23,24 +24,24 @@
 
 namespace Qv {
 
-// The type-independent part: a lock-free stack of free blocks of one size.
+/// The type-independent part: a lock-free stack of free blocks of one size.
 class OLE_API BlockPool {
 public:
     explicit BlockPool(std::size_t blockSize);
     BlockPool(const BlockPool&) = delete;
     BlockPool& operator=(const BlockPool&) = delete;
 
-    // A block of blockSize() bytes aligned to 16; never null.
+    /// A block of blockSize() bytes aligned to 16; never null.
     void* allocate();
-    // Returns a block that allocate() gave; null is ignored.
+    /// Returns a block that allocate() gave; null is ignored.
     void free(void* block) noexcept;
 
     std::size_t blockSize() const noexcept { return blockSize_; }
-    // Blocks on the free stack, and blocks ever taken from the heap.
+    /// Blocks on the free stack, and blocks ever taken from the heap.
     uint32_t freeBlocks() const noexcept;
     uint64_t blocksMade() const noexcept;
 
-    // Largest alignment a block guarantees.
+    /// Largest alignment a block guarantees.
     static constexpr std::size_t kAlignment = 16;
 
 private:
@@ -50,21 +51,21 @@ private:
         uint64_t tagAndCount;  // change tag in the high 32 bits, free-block count in the low 32
     };
 
-    Head head_;  // changed only by 128-bit compare-and-swap
+    Head head_;  ///< changed only by 128-bit compare-and-swap
     const std::size_t blockSize_;
-    uint64_t made_ = 0;  // atomic
+    uint64_t made_ = 0;  ///< atomic
 };
 
 }  // namespace Qv
 
-// The pool of blocks of T's size that T's allocations share.
+/// The pool of blocks of T's size that T's allocations share.
 template <class T>
 struct QvPoolOf : Qv::BlockPool {
     QvPoolOf() : Qv::BlockPool(sizeof(T)) {}
 };
 
-// Base of pooled classes: `class Node : public QvPooledObject<Node>`. Objects of classes derived from T
-// whose size differs from T's, and over-aligned types, come from the heap as usual.
+/// Base of pooled classes: `class Node : public QvPooledObject<Node>`. Objects of classes derived from T
+/// whose size differs from T's, and over-aligned types, come from the heap as usual.
 template <class T>
 class QvPooledObject {
 public:
@@ -87,7 +88,7 @@ private:
     }
 };
 
-// A standard allocator that takes single objects from their type's pool, for node-based containers.
+/// A standard allocator that takes single objects from their type's pool, for node-based containers.
 template <class T>
 struct QvPoolAllocator {
     using value_type = T;

@@ -1,27 +1,28 @@
 #pragma once
 
-// Command processors: queues of commands waiting to be executed, a worker thread that drains its own
-// queue, and the dispatcher of I/O completions.
-//
-// Queue holds command handles with unsigned priorities, a smaller number being more urgent. A prioritised
-// queue keeps its items ascending by priority, equal priorities in arrival order; otherwise items stay in
-// arrival order. Executing takes the item out of the queue first and then runs it, so a command may insert
-// into, or execute from, the queue that runs it; an exception from a command reaches the caller of the
-// execute operation with the item already gone. Operations that stop at a priority stop at the first item
-// that does not qualify, whatever lies behind it.
-//
-// Queue<ThreadSafe> guards each operation with a recursive critical section that is never held while a
-// command runs. Touching the queue from code that runs inside one of its own list operations (a command's
-// destructor run by a flush) prints the assertion line and throws Qv::Exception::RuntimeError.
-// Queue<NoLocking> takes no lock and belongs to one thread at a time.
-//
-// WorkerThreadQueue runs an init command on a thread of its own, then executes whatever is inserted, from
-// any thread, in queue order. Destroying it drains what is queued (waiting at most 5 s for the thread) and
-// refuses inserts meanwhile; an exception from a command is logged and the worker carries on. Inserting
-// from other threads needs the ThreadSafe policy: under NoLocking the queue the worker drains is unguarded.
-//
-// CompletionPortHandler owns a completion port and one waiter thread per processor (at most four); each
-// completion of an attached file's reads and writes is handed to the callback on one of those threads.
+/// @file
+/// Command processors: queues of commands waiting to be executed, a worker thread that drains its own
+/// queue, and the dispatcher of I/O completions.
+///
+/// Queue holds command handles with unsigned priorities, a smaller number being more urgent. A prioritised
+/// queue keeps its items ascending by priority, equal priorities in arrival order; otherwise items stay in
+/// arrival order. Executing takes the item out of the queue first and then runs it, so a command may insert
+/// into, or execute from, the queue that runs it; an exception from a command reaches the caller of the
+/// execute operation with the item already gone. Operations that stop at a priority stop at the first item
+/// that does not qualify, whatever lies behind it.
+///
+/// Queue<ThreadSafe> guards each operation with a recursive critical section that is never held while a
+/// command runs. Touching the queue from code that runs inside one of its own list operations (a command's
+/// destructor run by a flush) prints the assertion line and throws Qv::Exception::RuntimeError.
+/// Queue<NoLocking> takes no lock and belongs to one thread at a time.
+///
+/// WorkerThreadQueue runs an init command on a thread of its own, then executes whatever is inserted, from
+/// any thread, in queue order. Destroying it drains what is queued (waiting at most 5 s for the thread) and
+/// refuses inserts meanwhile; an exception from a command is logged and the worker carries on. Inserting
+/// from other threads needs the ThreadSafe policy: under NoLocking the queue the worker drains is unguarded.
+///
+/// CompletionPortHandler owns a completion port and one waiter thread per processor (at most four); each
+/// completion of an attached file's reads and writes is handed to the callback on one of those threads.
 
 #include <ole/platform/export.h>
 #include <ole/platform/CompletionPort.h>
@@ -44,18 +45,18 @@ using QvDC::ThreadSafetyTraits::ThreadSafe;
 
 // ---- ordering -------------------------------------------------------------------------------------------
 
-// The links every queue item carries.
+/// The links every queue item carries.
 struct QueueLink {
     QueueLink* prev = nullptr;
     QueueLink* next = nullptr;
     unsigned priority = 0;
 };
 
-// The order of a queue's items, whatever they carry. In a prioritised list the items of one priority form
-// a run in arrival order; a hash table finds the run of a priority, and two heaps of the distinct
-// priorities waiting find the most and the least urgent run. Joining an existing run costs O(1); starting
-// or ending a run costs O(log k) for k distinct priorities waiting: never a walk over the items, so the
-// cost does not grow with the queue's length. Not thread-safe.
+/// The order of a queue's items, whatever they carry. In a prioritised list the items of one priority form
+/// a run in arrival order; a hash table finds the run of a priority, and two heaps of the distinct
+/// priorities waiting find the most and the least urgent run. Joining an existing run costs O(1); starting
+/// or ending a run costs O(log k) for k distinct priorities waiting: never a walk over the items, so the
+/// cost does not grow with the queue's length. Not thread-safe.
 class OLE_API PriorityList {
 public:
     explicit PriorityList(bool prioritised);
@@ -64,26 +65,28 @@ public:
     PriorityList& operator=(const PriorityList&) = delete;
 
     void insert(QueueLink* link);
-    // The first or last item, or null when empty.
+    /// The first or last item, or null when empty.
     QueueLink* first() noexcept;
     QueueLink* last() noexcept;
-    // Unlink and return the first or last item; null when empty.
+    /// Unlink and return the first or last item; null when empty.
     QueueLink* takeFirst() noexcept;
     QueueLink* takeLast() noexcept;
     unsigned size() const noexcept { return count_; }
 
 private:
     struct Runs;
-    QueueLink* head_ = nullptr;  // arrival order, when not prioritised
+    QueueLink* head_ = nullptr;  ///< arrival order, when not prioritised
     QueueLink* tail_ = nullptr;
     unsigned count_ = 0;
-    Runs* runs_;  // null when not prioritised
+    Runs* runs_;  ///< null when not prioritised
 };
 
+/// One queued command with its priority; nodes come from the per-type pool.
 template <class Ctx, class TS>
 struct QueueItem : QueueLink, QvPooledObject<QueueItem<Ctx, TS>> {
     explicit QueueItem(const QvDC::Cmd<Ctx, TS>& c, unsigned p) : command(c) { priority = p; }
 
+    /// Orders items by descending priority.
     struct priority_greater {
         bool operator()(const QueueItem& a, const QueueItem& b) const noexcept {
             return a.priority > b.priority;
@@ -95,7 +98,7 @@ struct QueueItem : QueueLink, QvPooledObject<QueueItem<Ctx, TS>> {
 
 // ---- locking --------------------------------------------------------------------------------------------
 
-// Prints the assertion line, leaves `cs` and throws the runtime error for recursive access.
+/// Prints the assertion line, leaves `cs` and throws the runtime error for recursive access.
 [[noreturn]] OLE_API void recursiveAccess(Qv::CriticalSection& cs);
 
 namespace detail {
@@ -116,8 +119,8 @@ protected:
 template <>
 class QueueLocking<ThreadSafe> {
 protected:
-    // Holds the queue's lock for its list work: entered (with the recursion check) on construction, left
-    // on destruction; release() and acquire() let a command run unlocked in between.
+    /// Holds the queue's lock for its list work: entered (with the recursion check) on construction, left
+    /// on destruction; release() and acquire() let a command run unlocked in between.
     class Hold {
     public:
         explicit Hold(const QueueLocking& q) : q_(const_cast<QueueLocking&>(q)) { acquire(); }
@@ -145,14 +148,15 @@ protected:
 
 private:
     Qv::CriticalSection cs_;
-    bool forbidRecursion_ = true;  // guarded by cs_
-    bool insideLock_ = false;      // guarded by cs_
+    bool forbidRecursion_ = true;  ///< guarded by cs_
+    bool insideLock_ = false;      ///< guarded by cs_
 };
 
 }  // namespace detail
 
 // ---- queue ----------------------------------------------------------------------------------------------
 
+/// A queue of commands in priority order (or arrival order), executed on demand by its owner.
 template <class TS = NoLocking, class Ctx = NoCtx>
 class Queue : private detail::QueueLocking<TS> {
 public:
@@ -162,7 +166,7 @@ public:
     explicit Queue(bool prioritised = true) : list_(prioritised) {}
     Queue(const Queue&) = delete;
     Queue& operator=(const Queue&) = delete;
-    // Destroys the items still queued without executing them.
+    /// Destroys the items still queued without executing them.
     virtual ~Queue() {
         while (QueueLink* link = list_.takeFirst()) delete static_cast<Item*>(link);
     }
@@ -187,7 +191,7 @@ public:
         runWhile(
             hold, context, kFront, [](const QueueLink*) { return true; }, true);
     }
-    // Until the queue is empty, including what the commands insert meanwhile.
+    /// Until the queue is empty, including what the commands insert meanwhile.
     void executeAll() {
         withDefault([this](Ctx& c) { executeAll(c); });
     }
@@ -195,7 +199,7 @@ public:
         Hold hold(*this);
         runWhile(hold, context, kFront, [](const QueueLink*) { return true; });
     }
-    // From the front while the priority is at most `p`.
+    /// From the front while the priority is at most `p`.
     void executePriorityAtLeast(unsigned p) {
         withDefault([=](Ctx& c) { executePriorityAtLeast(p, c); });
     }
@@ -203,7 +207,7 @@ public:
         Hold hold(*this);
         runWhile(hold, context, kFront, [p](const QueueLink* l) { return l->priority <= p; });
     }
-    // From the back (least urgent first) while the priority is greater than `p`.
+    /// From the back (least urgent first) while the priority is greater than `p`.
     void executePriorityLessThan(unsigned p) {
         withDefault([=](Ctx& c) { executePriorityLessThan(p, c); });
     }
@@ -239,7 +243,7 @@ private:
         f(context);
     }
 
-    // Takes items from `end` while `qualifies` holds and runs each with the lock released.
+    /// Takes items from `end` while `qualifies` holds and runs each with the lock released.
     template <class Qualifies>
     void runWhile(Hold& hold, Ctx& context, End end, Qualifies qualifies, bool once = false) {
         for (;;) {
@@ -257,27 +261,27 @@ private:
         }
     }
 
-    PriorityList list_;  // guarded by the queue's lock (ThreadSafe)
+    PriorityList list_;  ///< guarded by the queue's lock (ThreadSafe)
 };
 
 // ---- worker thread --------------------------------------------------------------------------------------
 
-// A command and the context to run it with.
+/// A command and the context to run it with.
 template <class TS = ThreadSafe, class Ctx = NoCtx>
 struct CommandContextPair {
     QvDC::Cmd<Ctx, TS> command;
     Ctx context{};
 };
 
-// The life of a worker thread, apart from what it executes.
+/// The life of a worker thread, apart from what it executes.
 class OLE_API WorkerThread {
 public:
     enum State { kStarting = 0, kRunning = 1, kFinished = 2, kInitFailed = 3 };
 
-    // Waits while the thread is starting; true when its init command succeeded and it has not finished.
+    /// Waits while the thread is starting; true when its init command succeeded and it has not finished.
     bool threadRunning() const;
     int threadState() const noexcept { return state_.load(); }
-    // The thread's exit code once it has ended (999 after a failed init), -1 before.
+    /// The thread's exit code once it has ended (999 after a failed init), -1 before.
     int threadExitCode() const;
 
 protected:
@@ -285,7 +289,7 @@ protected:
     virtual ~WorkerThread();
 
     void startThread(const char* name, iThread::ePriority priority);
-    // Refuses further work, asks the thread to finish and waits up to 5 s for it.
+    /// Refuses further work, asks the thread to finish and waits up to 5 s for it.
     void stopThread();
     void wake() { wake_->set(); }
     bool stopping() const noexcept { return stopping_.load(std::memory_order_relaxed); }
@@ -299,13 +303,14 @@ private:
     int run();
     void drainLogged();
 
-    Qv::Ptr<iMutex> mutex_;  // held by the worker during each pass
+    Qv::Ptr<iMutex> mutex_;  ///< held by the worker during each pass
     Qv::Ptr<iEvent> wake_, quit_, finished_;
     Qv::Ptr<iThread> thread_;
     std::atomic<bool> stopping_{false};
     std::atomic<int> state_{kStarting};
 };
 
+/// A queue drained in priority order by a worker thread of its own, from start to an orderly shutdown.
 template <class TS = ThreadSafe, class Ctx = NoCtx>
 class WorkerThreadQueue
     : private Queue<TS, NoCtx>,
@@ -317,8 +322,8 @@ public:
     using Pair = CommandContextPair<TS, Ctx>;
     using Job = QvDC::ParamCmd<Pair, QvDC::NoTag, NoCtx, const Pair&, TS>;
 
-    // `unused` is accepted for callers that pass it. Use NullCommand for no init or exit work: an
-    // uninitialised init command fails the start.
+    /// `unused` is accepted for callers that pass it. Use NullCommand for no init or exit work: an
+    /// uninitialised init command fails the start.
     WorkerThreadQueue(const char* name, const Command& init, const Command& exit,
                       iThread::ePriority priority = iThread::Normal, int unused = 0, bool prioritised = true)
         : Queue<TS, NoCtx>(prioritised), prototype_(this), init_(init), exit_(exit) {
@@ -327,7 +332,7 @@ public:
     }
     ~WorkerThreadQueue() override { stopThread(); }
 
-    // Queues `command` to run on the worker with `context`; ignored once destruction has begun.
+    /// Queues `command` to run on the worker with `context`; ignored once destruction has begun.
     void insert(const Command& command, unsigned priority, const Ctx& context = Ctx()) {
         if (stopping()) return;
         Queue<TS, NoCtx>::insert(prototype_.withParam(Pair{command, context}), priority);
@@ -357,6 +362,8 @@ private:
 
 // ---- completion port ------------------------------------------------------------------------------------
 
+/// What a completion-port callback receives: the completion key, the bytes moved and whether the I/O
+/// succeeded.
 class OLE_API CompletionPortHandlerCallbackContext {
 public:
     CompletionPortHandlerCallbackContext(uint64_t key = 0, uint32_t bytes = 0, bool ok = false) noexcept
@@ -376,25 +383,26 @@ private:
 
 using QvCmdProcessors::CompletionPortHandlerCallbackContext;
 
+/// Threads that wait on an I/O completion port and hand each completion to a callback command.
 class OLE_API CompletionPortHandler {
 public:
     using Callback = QvDC::Cmd<CompletionPortHandlerCallbackContext, QvDC::ThreadSafetyTraits::ThreadSafe>;
     static constexpr int kNoThread = -999;
 
-    // Starts one waiter per processor (at most four): the first two with their own priorities, the rest
-    // with `otherPriority`; a single processor gets one waiter with `singlePriority`.
+    /// Starts one waiter per processor (at most four): the first two with their own priorities, the rest
+    /// with `otherPriority`; a single processor gets one waiter with `singlePriority`.
     CompletionPortHandler(const char* name, Callback& callback, int singlePriority, int firstPriority,
                           int secondPriority, int otherPriority);
-    // Ends every waiter (each takes one quit completion) and waits for them.
+    /// Ends every waiter (each takes one quit completion) and waits for them.
     ~CompletionPortHandler();
     CompletionPortHandler(const CompletionPortHandler&) = delete;
     CompletionPortHandler& operator=(const CompletionPortHandler&) = delete;
 
-    // Associates the file with the port: its asynchronous reads and writes complete to the callback.
+    /// Associates the file with the port: its asynchronous reads and writes complete to the callback.
     bool attach(Qv::Ptr<iFile> file);
-    // Starts a waiter pinned to `processor` (1-based); nothing for priority kNoThread.
+    /// Starts a waiter pinned to `processor` (1-based); nothing for priority kNoThread.
     void createThread(int priority, int processor);
-    // Queues a completion of the caller's own; status 2 ends one waiter.
+    /// Queues a completion of the caller's own; status 2 ends one waiter.
     bool post(int32_t status, uint32_t bytes, uint64_t key);
 
     unsigned threadCount() const { return unsigned(threads_.size()); }
