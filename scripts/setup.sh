@@ -18,6 +18,8 @@ PACKAGES=(
     libboost-dev
     libavutil-dev
     libcli11-dev
+    nlohmann-json3-dev
+    gcovr
     clang
 )
 
