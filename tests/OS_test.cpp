@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -74,6 +76,12 @@ TEST(FileSystem, DirectoriesRenameAndRemove) {
     EXPECT_TRUE(fs().createDirectory(deep.c_str()));
     EXPECT_TRUE(fs().isDirectory(deep.c_str()));
     EXPECT_TRUE(fs().createDirectory(deep.c_str())) << "already there counts as success";
+    char* cwd = getcwd(nullptr, 0);  // a relative path, from a one-letter first component
+    ASSERT_EQ(chdir(root.c_str()), 0);
+    EXPECT_TRUE(fs().createDirectory(L"r/s"));
+    EXPECT_EQ(chdir(cwd), 0);
+    std::free(cwd);
+    EXPECT_TRUE(fs().isDirectory(wide(root + "/r/s").c_str()));
 
     const std::string file = root + "/a/file";
     ASSERT_TRUE(oletest::writeFile(file, "content"));
