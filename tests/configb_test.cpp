@@ -13,6 +13,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -93,25 +94,22 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
         "  d 4\n");
     configb c;
     c.set_end_str("EndSection");
-    unsigned line = 0;
-    EXPECT_FALSE(c.buildFrom(file, line));  // no block starts at a heading
-    EXPECT_EQ(line, 0u);
-    line = 1;
-    ASSERT_TRUE(c.buildFrom(file, line));
-    EXPECT_EQ(line, 6u);                    // just past the end word
-    EXPECT_FALSE(c.buildFrom(file, line));  // an indented "{" does not open a block
-    EXPECT_EQ(line, 6u);
-    // The end word found as a name, in any letter case, also closes the block.
-    line = 7;
-    ASSERT_TRUE(c.buildFrom(file, line));
-    EXPECT_EQ(line, 10u);
+    // {first line, block found, line after it}: no block starts at a heading or an indented "{"; the end
+    // word found as a name, in any letter case, also closes the block.
+    const std::tuple<unsigned, bool, unsigned> blocks[] = {
+        {0, false, 0}, {1, true, 6}, {6, false, 6}, {7, true, 10}};
+    for (const auto& [from, found, next] : blocks) {
+        unsigned line = from;
+        EXPECT_EQ(c.buildFrom(file, line), found) << from;
+        EXPECT_EQ(line, next) << from;
+    }
     const std::vector<Entry> expected = {
         {"a", {"int", "1"}}, {"b", {"", "two words"}}, {"c", {"", "3"}}, {"}", {"", ""}}};
     EXPECT_EQ(entriesOf(c), expected);
 
     // Without its end line a block runs to the end of the text.
     configb open;
-    line = 0;
+    unsigned line = 0;
     ASSERT_TRUE(open.buildFrom(linesOf("{\n  x 1\n  y:int 2"), line));
     EXPECT_EQ(line, 3u);
     EXPECT_EQ(open.size(), 2u);
