@@ -68,6 +68,16 @@ TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
     EXPECT_EQ(none.size(), -1);
     EXPECT_FALSE(none.write("x", 1));
     EXPECT_FALSE(fs().open(wide(path + "/below/a/file").c_str(), Qv::OSFile::Write).isOpen());
+
+    // Descriptor 0 is a file like any other once standard input is closed.
+    const int savedInput = dup(0);
+    ASSERT_EQ(close(0), 0);
+    Qv::OSFile zero = fs().open(wide(path).c_str(), Qv::OSFile::ReadWrite);
+    const bool onZero = zero.isOpen() && zero.seek(0) && zero.sync();
+    zero.close();
+    dup2(savedInput, 0);
+    close(savedInput);
+    EXPECT_TRUE(onZero);
 }
 
 TEST(FileSystem, DirectoriesRenameAndRemove) {
