@@ -215,6 +215,10 @@ TEST(Streamable, OldFormatStreamsAreRead) {
     EXPECT_EQ(info.hierarchyName, LightweightString<char>("Shape.Circle"));
     EXPECT_EQ(info.className, LightweightString<char>("Circle"));
     EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
+    PStream nothing;  // no header: no object and no size
+    const StreamObjectInfo none = theSOManager().objectInfo(nothing);
+    EXPECT_FALSE(none.valid);
+    EXPECT_EQ(none.size, 0u);
 
     Circle c;
     EXPECT_EQ(c.STRM_hierarchyUnpack(r), STRM_OK);
@@ -244,7 +248,7 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     EXPECT_EQ(record.hierarchyName, LightweightString<char>("Shape.Circle"));
     EXPECT_EQ(m.lookup("Shape.Square", record), 0);
     EXPECT_EQ(record.className, LightweightString<char>("Square"));
-    EXPECT_EQ(m.lookup("Triangle", record), -1);
+    EXPECT_EQ(m.lookup("Triangle", record) + m.lookup(nullptr, record), -2);
 
     StreamFile f;
     PStream s(&f);
