@@ -22,5 +22,5 @@ root=$(pwd)
 gcovr --root "$root" --object-directory "$dir" \
     --filter "$root/ole/" --filter "$root/platform/" --filter "$root/tools/" \
     --exclude-unreachable-branches --exclude-throw-branches \
-    --gcov-ignore-parse-errors \
+    --gcov-ignore-parse-errors --exclude-directories '.*/CMakeFiles/[0-9][^/]*$' \
     --print-summary --txt "$dir/coverage.txt" -j"$jobs"
