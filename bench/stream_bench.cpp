@@ -3,6 +3,8 @@
 // objects' field bytes (the same for both), so the figures compare work done, not output size; the
 // "stream_bytes" counter shows what each format wrote.
 
+#include "support/SampleShapes.h"
+
 #include <ole/misc/strmable.h>
 
 #include <benchmark/benchmark.h>
@@ -15,36 +17,7 @@ namespace {
 
 constexpr int kObjects = 100000;
 
-class BenchShape : public StreamableClass<BenchShape, Streamable> {
-public:
-    static constexpr const char* kLayerName = "Shape";
-    int pack(PStream& s) const {
-        s.setLong(sides);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) {
-        sides = s.getLong();
-        return STRM_OK;
-    }
-    int32_t sides = 0;
-};
-
-class BenchCircle : public StreamableClass<BenchCircle, BenchShape> {
-public:
-    static constexpr const char* kLayerName = "Circle";
-    int pack(PStream& s) const {
-        s.setDouble(radius);
-        s.writeBinary(label.c_str(), 0, false, false);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) {
-        radius = s.getDouble();
-        label = s.getString();
-        return STRM_OK;
-    }
-    double radius = 0;
-    LightweightString<char> label;
-};
+using BenchCircle = oletest::Circle;
 
 struct PlainCircle {
     int32_t sides = 0;

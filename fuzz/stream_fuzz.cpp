@@ -1,6 +1,8 @@
 // Unpacks arbitrary bytes as layered objects, directly and through the class registry. Nothing may crash
 // or read out of bounds; an object that unpacks must pack and unpack again to the same values.
 
+#include "support/SampleShapes.h"
+
 #include <ole/misc/strmable.h>
 
 #include <cstddef>
@@ -9,56 +11,14 @@
 
 namespace {
 
-class Shape : public StreamableClass<Shape, Streamable> {
-public:
-    static constexpr const char* kLayerName = "Shape";
-    int pack(PStream& s) const {
-        setRevision(2, 0);
-        s.setLong(sides);
-        DynamicIntegralStorage<unsigned short, unsigned int>(count).write(s);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) {
-        sides = s.getLong();
-        // Revision 1 had no count.
-        if (majorRevision() >= 2) count = DynamicIntegralStorage<unsigned short, unsigned int>().read(s);
-        return STRM_OK;
-    }
-    int32_t sides = 0;
-    uint32_t count = 0;
-};
-
-class Circle : public StreamableClass<Circle, Shape> {
-public:
-    static constexpr const char* kLayerName = "Circle";
-    int pack(PStream& s) const {
-        s.setDouble(radius);
-        s.writeBinary(label.c_str(), 0, false, false);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) {
-        radius = s.getDouble();
-        label = s.getString();
-        return STRM_OK;
-    }
-    double radius = 0;
-    LightweightString<char> label;
-};
-
-class Blob : public StreamableClass<Blob, Circle> {
-public:
-    static constexpr const char* kLayerName = "Blob";
-    int pack(PStream& s) const {
-        if (block) s.writeBinary(block->data(), uint32_t(block->size()), false, true);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) { return readChunkAsBinary(s, block); }
-    Qv::Ptr<iMemHolder> block;
-};
+using oletest::Blob;
+using oletest::Circle;
+using oletest::Shape;
+using oletest::Square;
 
 bool sameCircle(const Circle& a, const Circle& b) {
-    return a.sides == b.sides && a.count == b.count &&
-           std::memcmp(&a.radius, &b.radius, sizeof a.radius) == 0 && a.label == b.label;
+    return a.sides == b.sides && std::memcmp(&a.radius, &b.radius, sizeof a.radius) == 0 &&
+           a.label == b.label;
 }
 
 // An object that unpacked must survive a round trip unchanged.
@@ -78,6 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool registered = [] {
         theSOManager().registerClass<Shape>();
         theSOManager().registerClass<Circle>();
+        theSOManager().registerClass<Square>();
         theSOManager().registerClass<Blob>();
         return true;
     }();

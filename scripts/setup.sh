@@ -19,6 +19,8 @@ PACKAGES=(
     libavutil-dev
     libcli11-dev
     liburing-dev
+    nlohmann-json3-dev
+    gcovr
     clang
     doxygen
     help2man

@@ -1,5 +1,6 @@
 #include <ole/misc/CookieJar.h>
 
+#include "support/StdoutCapture.h"
 #include "support/TestHome.h"
 
 #include <ole/runtime/RegistryConfig.h>
@@ -112,11 +113,11 @@ TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
     EXPECT_TRUE(log.contains("previous run exited incorrectly\n"));
 
     EXPECT_FALSE(jar.makeCookie('I', Cookie::eSerial, 0).valid());
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(jar.makeCookie('Q', Cookie::eSerial, 0).valid());  // would never become valid
-    EXPECT_FALSE(jar.makeCookie('S', Cookie::eSerial, 40).valid());
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("assertion failed makeCookie type and version at "),
-              std::string::npos);
+    const std::string out = oletest::stdoutOf([&] {
+        EXPECT_FALSE(jar.makeCookie('Q', Cookie::eSerial, 0).valid());  // would never become valid
+        EXPECT_FALSE(jar.makeCookie('S', Cookie::eSerial, 40).valid());
+    });
+    EXPECT_NE(out.find("assertion failed makeCookie type and version at "), std::string::npos);
     EXPECT_EQ(jar.cookieNum(), 10u);  // nothing consumed
 }
 

@@ -142,6 +142,12 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
         EXPECT_EQ(Cookie(c.text.c_str(), true).valid(), c.parses) << c.text;
     }
     EXPECT_EQ(Cookie("P00B00.S", true).getNumber(), 28u);  // punctuation counts as the digit 0
+    for (std::size_t i = 4; i < uuid.size(); ++i) {  // every hexadecimal position of the UUID form but 19
+        if (i == 12 || i == 17 || i == 19 || i == 22 || i == 27) continue;
+        std::string bad = uuid;
+        bad[i] = 'G';
+        EXPECT_FALSE(Cookie::isValid(bad.c_str())) << i;
+    }
 }
 
 TEST(CookieCompare, TypesDescendVersionsAscendIdentitiesDescend) {

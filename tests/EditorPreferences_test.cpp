@@ -118,6 +118,10 @@ TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
     EXPECT_EQ(p.importFrom(lines), int(saved.size()));
     EXPECT_TRUE(all.heard.empty());
 
+    // A file that starts with the section: a second export finds it and replaces it.
+    const WString fresh = fromUTF8((path + ".fresh").c_str());
+    ASSERT_TRUE(p.exportTo(fresh) && p.exportTo(fresh));
+    EXPECT_EQ(TextFile(fresh).size(), 1 + saved.size());
     EXPECT_EQ(p.importFrom(wpath, 3), -1);  // no section at or after line 3
     EXPECT_EQ(p.importFrom(fromUTF8((path + ".missing").c_str())), -1);
 }

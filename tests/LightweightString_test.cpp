@@ -208,8 +208,9 @@ TYPED_TEST(StringTest, NullAndEmptyCompareEqual) {
     using S = typename TestFixture::S;
     const TypeParam* const null = nullptr;
     // {left, right, sign of compare}; null stands for the null pointer.
-    const std::tuple<const char*, const char*, int> cases[] = {{nullptr, "a", -1}, {"a", nullptr, 1},
-        {nullptr, "", 0}, {"", nullptr, 0}, {"ab", "abc", -1}, {"abd", "abc", 1}, {"abc", "abc", 0}};
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {nullptr, "a", -1}, {"a", nullptr, 1}, {nullptr, "", 0}, {"", nullptr, 0},
+        {"ab", "abc", -1},  {"abd", "abc", 1}, {"abc", "abc", 0}};
     for (const auto& [l, r, sign] : cases) {
         const TypeParam* left = l ? this->t(l) : null;
         const TypeParam* right = r ? this->t(r) : null;

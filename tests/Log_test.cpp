@@ -1,10 +1,10 @@
-// Logging, the fatal-error reporter, the assertion line and the runtime error type.
+// Logging and the fatal-error reporter. (The assertion line and the runtime error are checked where the
+// families use them.)
 
-#include <ole/platform/Assert.h>
-#include <ole/platform/Exception.h>
 #include <ole/runtime/Log.h>
 #include <ole/runtime/Paths.h>
 
+#include "support/StdoutCapture.h"
 #include "support/TestHome.h"
 
 #include <gtest/gtest.h>
@@ -22,12 +22,12 @@ std::string logFileText() {
 
 TEST(Log, EachFunctionReachesItsDestinations) {
     oletest::LogCapture capture;
-    testing::internal::CaptureStderr();
-    Log("file entry %d", 17);
-    LogBoth("both entry %s", "x1");
-    ole_splat("fatal entry %d", 99);  // reports and returns
-    DebugOut("debug entry %c", 'q');
-    const std::string err = testing::internal::GetCapturedStderr();
+    const std::string err = oletest::stderrOf([] {
+        Log("file entry %d", 17);
+        LogBoth("both entry %s", "x1");
+        ole_splat("fatal entry %d", 99);  // reports and returns
+        DebugOut("debug entry %c", 'q');
+    });
     const std::string file = logFileText();
 
     for (const char* text : {"file entry 17", "both entry x1", "fatal entry 99"}) {
@@ -68,27 +68,6 @@ TEST(Log, ListenersAndLongAndConcurrentEntries) {
             std::snprintf(entry, sizeof entry, "[worker %d entry %02d abcdefghijklmnopqrstuvwxyz]", t, i);
             ASSERT_NE(file.find(entry), std::string::npos) << entry;
         }
-    }
-}
-
-TEST(Assertion, PrintsTheExactLineAndReturnsTheValue) {
-    testing::internal::CaptureStdout();
-    const bool failed = Qv::check(false, "x > 0", "ole/misc/tccvt", 23);
-    const bool passed = Qv::check(true, "y > 0", "ole/misc/tccvt", 24);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "assertion failed x > 0 at ole/misc/tccvt line 23\n");
-    EXPECT_FALSE(failed);
-    EXPECT_TRUE(passed);
-}
-
-TEST(RuntimeError, CarriesMessageAndPlace) {
-    try {
-        throw Qv::Exception::RuntimeError("Recusive access to lock forbidden.", "ole/Qv/Cmd", 88);
-    } catch (const std::runtime_error& e) {
-        EXPECT_NE(std::string(e.what()).find("Recusive access to lock forbidden."), std::string::npos);
-        const auto& error = dynamic_cast<const Qv::Exception::RuntimeError&>(e);
-        EXPECT_EQ(error.message(), "Recusive access to lock forbidden.");
-        EXPECT_STREQ(error.file(), "ole/Qv/Cmd");
-        EXPECT_EQ(error.line(), 88);
     }
 }
 

@@ -100,6 +100,29 @@ TEST(Notifier, LastGuardReleaseDeregisters) {
     EXPECT_EQ(Fn<NotifyMsg>::live, 0);
 }
 
+// A notifier that shows its registrations, as a client that kept the invoker would have it.
+struct OpenNotifier : Notifier {
+    CallbackInvokerBase* first() const { return static_cast<CallbackInvokerBase*>(invokers_.first()); }
+};
+
+TEST(Notifier, DeregisteringByTheInvokerLeavesTheGuardValid) {
+    const int a = typeId("InvokerA"), b = typeId("InvokerB");
+    OpenNotifier n;
+    int calls = 0;
+    auto guard = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg&) { ++calls; }), a);
+    CallbackInvokerBase* invoker = n.first();
+    ASSERT_NE(invoker, nullptr);
+    EXPECT_TRUE(invoker->typeMatch(a) && invoker->typeMatch(kAny));
+    EXPECT_FALSE(invoker->typeMatch(b));
+    n.deregisterNotification(invoker);
+    n.issueNotification(NotifyMsg("x"), a);
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(n.numRegistrations(), 0u);
+    EXPECT_EQ(Fn<NotifyMsg>::live, 1) << "the guard still holds the registration";
+    guard.reset();
+    EXPECT_EQ(Fn<NotifyMsg>::live, 0);
+}
+
 TEST(Notifier, CallbacksMayChangeTheNotifierCallingThem) {
     Notifier n;
     std::string log;

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -69,6 +71,16 @@ TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
     EXPECT_EQ(none.size(), -1);
     EXPECT_FALSE(none.write("x", 1));
     EXPECT_FALSE(fs().open(wide(path + "/below/a/file").c_str(), Qv::OSFile::Write).isOpen());
+
+    // Descriptor 0 is a file like any other once standard input is closed.
+    const int savedInput = dup(0);
+    ASSERT_EQ(close(0), 0);
+    Qv::OSFile zero = fs().open(wide(path).c_str(), Qv::OSFile::ReadWrite);
+    const bool onZero = zero.isOpen() && zero.seek(0) && zero.sync();
+    zero.close();
+    dup2(savedInput, 0);
+    close(savedInput);
+    EXPECT_TRUE(onZero);
 }
 
 TEST(FileSystem, DirectoriesRenameAndRemove) {
@@ -77,6 +89,12 @@ TEST(FileSystem, DirectoriesRenameAndRemove) {
     EXPECT_TRUE(fs().createDirectory(deep.c_str()));
     EXPECT_TRUE(fs().isDirectory(deep.c_str()));
     EXPECT_TRUE(fs().createDirectory(deep.c_str())) << "already there counts as success";
+    char* cwd = getcwd(nullptr, 0);  // a relative path, from a one-letter first component
+    ASSERT_EQ(chdir(root.c_str()), 0);
+    EXPECT_TRUE(fs().createDirectory(L"r/s"));
+    EXPECT_EQ(chdir(cwd), 0);
+    std::free(cwd);
+    EXPECT_TRUE(fs().isDirectory(wide(root + "/r/s").c_str()));
 
     const std::string file = root + "/a/file";
     ASSERT_TRUE(oletest::writeFile(file, "content"));

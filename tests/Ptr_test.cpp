@@ -87,6 +87,9 @@ TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
             EXPECT_EQ(object->refCount(), 0) << "an external count never touches the object";
         P b(a);
         P c = b;
+        const P other(new Tracked(8));
+        EXPECT_FALSE(a < b || b < a) << "strict: equal pointers are not less";
+        EXPECT_NE(a < other, other < a);
         EXPECT_EQ(wordsOf(c), wordsOf(a));
         EXPECT_EQ(a.refCount(), 3);
         c.reset();
@@ -102,7 +105,7 @@ TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
         EXPECT_EQ(wordsOf(a), kNull);
         EXPECT_EQ(a.decRef(), 0);
     }
-    EXPECT_EQ(Tracked::destroyed, 1);
+    EXPECT_EQ(Tracked::destroyed, 2);
 }
 
 TYPED_TEST(PtrTest, AssignmentNeverDestroysWhatItStillHolds) {

@@ -139,8 +139,11 @@ TEST(Thread, RunsNamedJoinsAndRestarts) {
     Qv::Event proceed(true);
     std::atomic<int> runs{0};
     char name[32] = {};
+    cpu_set_t allowed, free;
+    ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
     ASSERT_TRUE(thread.start("ole-worker-with-a-long-name", [&] {
         pthread_getname_np(pthread_self(), name, sizeof name);
+        sched_getaffinity(0, sizeof free, &free);
         proceed.wait(kGiveUpMs);
         ++runs;
     }));
@@ -150,10 +153,9 @@ TEST(Thread, RunsNamedJoinsAndRestarts) {
     thread.join();
     EXPECT_FALSE(thread.running());
     EXPECT_EQ(std::string(name), "ole-worker-with");  // Linux keeps 15 characters
+    EXPECT_TRUE(CPU_EQUAL(&free, &allowed)) << "the default affinity leaves every processor";
 
     // Pinned to the last processor this process may use, at a raised priority it may not get.
-    cpu_set_t allowed;
-    ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
     int target = 0;
     for (int i = 0; i < 64; ++i)
         if (CPU_ISSET(i, &allowed)) target = i;

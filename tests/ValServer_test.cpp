@@ -1,5 +1,7 @@
 #include <ole/misc/ValServer.h>
 
+#include "support/StdoutCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -126,9 +128,9 @@ TEST(ValClient, FollowsOneServerUntilToldOrItDies) {
     delete s;
     EXPECT_EQ(c.getValServer(), nullptr);
     EXPECT_EQ(c.getServerValue(), 0);
-    testing::internal::CaptureStdout();
-    c.setServerValue(3);
-    EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("assertion failed server_ != nullptr at ", 0), 0u);
+    EXPECT_EQ(
+        oletest::stdoutOf([&] { c.setServerValue(3); }).rfind("assertion failed server_ != nullptr at ", 0),
+        0u);
 }
 
 struct Multi : MultiValClient<int> {

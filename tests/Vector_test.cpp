@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 namespace {
@@ -48,6 +49,12 @@ TEST(LightweightVector, EveryHolderSeesEveryChange) {
     v += v;
     v += make({3});
     EXPECT_EQ(items(v), (Ints{1, 2, 1, 2, 3}));
+    LightweightVector<std::string> words;  // elements that a move would empty
+    words.push_back("a");
+    words.push_back("b");
+    words += words;
+    EXPECT_EQ(std::vector<std::string>(words.begin(), words.end()),
+              (std::vector<std::string>{"a", "b", "a", "b"}));
 }
 
 TEST(LightweightVector, RemoveIgnoresIndicesOutOfRange) {

@@ -11,7 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -92,25 +94,22 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
         "  d 4\n");
     configb c;
     c.set_end_str("EndSection");
-    unsigned line = 0;
-    EXPECT_FALSE(c.buildFrom(file, line));  // no block starts at a heading
-    EXPECT_EQ(line, 0u);
-    line = 1;
-    ASSERT_TRUE(c.buildFrom(file, line));
-    EXPECT_EQ(line, 6u);                    // just past the end word
-    EXPECT_FALSE(c.buildFrom(file, line));  // an indented "{" does not open a block
-    EXPECT_EQ(line, 6u);
-    // The end word found as a name, in any letter case, also closes the block.
-    line = 7;
-    ASSERT_TRUE(c.buildFrom(file, line));
-    EXPECT_EQ(line, 10u);
+    // {first line, block found, line after it}: no block starts at a heading or an indented "{"; the end
+    // word found as a name, in any letter case, also closes the block.
+    const std::tuple<unsigned, bool, unsigned> blocks[] = {
+        {0, false, 0}, {1, true, 6}, {6, false, 6}, {7, true, 10}};
+    for (const auto& [from, found, next] : blocks) {
+        unsigned line = from;
+        EXPECT_EQ(c.buildFrom(file, line), found) << from;
+        EXPECT_EQ(line, next) << from;
+    }
     const std::vector<Entry> expected = {
         {"a", {"int", "1"}}, {"b", {"", "two words"}}, {"c", {"", "3"}}, {"}", {"", ""}}};
     EXPECT_EQ(entriesOf(c), expected);
 
     // Without its end line a block runs to the end of the text.
     configb open;
-    line = 0;
+    unsigned line = 0;
     ASSERT_TRUE(open.buildFrom(linesOf("{\n  x 1\n  y:int 2"), line));
     EXPECT_EQ(line, 3u);
     EXPECT_EQ(open.size(), 2u);
@@ -131,7 +130,7 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
 
 TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     configb empty;
-    EXPECT_EQ(std::string(empty.asString().c_str()), "{\n}");
+    EXPECT_EQ(std::string(empty.asString().c_str(), empty.asString().size()), "{\n}");
 
     configb c;
     strp_field field(Text("field text"));
@@ -151,8 +150,10 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
                   "  Scale:double 1.25000000\n  spaceTag w\n  stamp:IdStamp 0000002A0123ABCD1F\n  title a: b "
                   " c\n}");
 
+    const Text written = c.asString();
+    EXPECT_EQ(written.size(), std::strlen(written.c_str())) << "no room left over past the end line";
     configb back;
-    ASSERT_TRUE(back.fromString(c.asString()));
+    ASSERT_TRUE(back.fromString(written));
     c.remove("spaceTag");  // its blank tag is not written
     back.remove("spaceTag");
     EXPECT_EQ(entriesOf(back), entriesOf(c));
@@ -224,9 +225,10 @@ std::pair<int, T> get(const char* value, T start) {
 
 TEST(ConfigbGet, EveryGetterOnGoodAndBadText) {
     using IntResult = std::pair<int, int>;
-    const std::pair<const char*, IntResult> ints[] = {
-        {"42", {0, 42}}, {"-7", {0, -7}},  {"12abc", {0, 12}}, {"-", {0, 0}},   {"true", {0, 1}},  {"false", {0, 0}},
-        {"+5", {-1, 9}}, {" 5", {-1, 9}}, {"True", {-1, 9}},  {"", {-1, 9}},  {"abc", {-1, 9}}};
+    const std::pair<const char*, IntResult> ints[] = {{"42", {0, 42}}, {"-7", {0, -7}},  {"12abc", {0, 12}},
+                                                      {"-", {0, 0}},   {"true", {0, 1}}, {"false", {0, 0}},
+                                                      {"+5", {-1, 9}}, {" 5", {-1, 9}},  {"True", {-1, 9}},
+                                                      {"", {-1, 9}},   {"abc", {-1, 9}}};
     for (const auto& [value, expected] : ints) EXPECT_EQ(get(value, 9), expected) << value;
 
     EXPECT_EQ(get("abc", 1u), std::make_pair(0, 0u));

@@ -91,9 +91,9 @@ TEST(TimecodeText, NegativeTimesAndTheDayEnd) {
     EXPECT_EQ(text(-1800 / kNtsc, FR30M, true), "-00:01:00;02");
     EXPECT_DOUBLE_EQ(string_to_tc("-00:01:02.05", FR25, false), -62.2);
     // The negative form is always read without dropped labels, and says so on the debug output.
-    testing::internal::CaptureStderr();
-    EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("string_to_tc: error negative timecode\n"),
+    EXPECT_NE(oletest::stderrOf([] {
+                  EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6);
+              }).find("string_to_tc: error negative timecode\n"),
               std::string::npos);
 
     // Non-drop text wraps only past a day; drop-frame text does not wrap.
