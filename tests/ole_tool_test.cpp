@@ -297,11 +297,9 @@ TEST_F(OleTool, Preferences) {
 
     // The settings store keeps lines it does not understand when it saves.
     const std::string userCfg = fresh + "/config/Quorvane/user.cfg";
-    ASSERT_TRUE(oletest::writeFile(userCfg, oletest::readFile(userCfg) + "stray line
-"));
+    ASSERT_TRUE(oletest::writeFile(userCfg, oletest::readFile(userCfg) + "stray line\n"));
     EXPECT_EQ(ole({"prefs", "set", "B", "2"}, fresh).status, 0);
-    EXPECT_NE(oletest::readFile(userCfg).find("stray line
-"), std::string::npos);
+    EXPECT_NE(oletest::readFile(userCfg).find("stray line\n"), std::string::npos);
 }
 
 TEST_F(OleTool, HelpOnEveryCommand) {
