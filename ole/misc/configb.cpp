@@ -14,7 +14,6 @@
 #include <cstring>
 #include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -84,38 +83,40 @@ inline LineSpan cText(const char* p, unsigned n) {
     return {p, unsigned(::strnlen(p, n))};
 }
 
+// The lines of a text file from a given index, one at a time.
 class FileLines {
 public:
-    explicit FileLines(const TextFile& file) : file_(file) {}
-    unsigned size() const { return file_.size(); }
-    LineSpan operator[](unsigned i) const {
-        const Text& line = file_[i];
-        return cText(line.c_str(), line.size());
+    FileLines(const TextFile& file, unsigned first) : file_(file), next_(first) {}
+    bool next(LineSpan& line) {
+        if (next_ >= file_.size()) return false;
+        const Text& text = file_[next_++];
+        line = cText(text.c_str(), text.size());
+        return true;
     }
+    // The index of the line after the last one handed out.
+    unsigned position() const { return next_; }
 
 private:
     const TextFile& file_;
+    unsigned next_;
 };
 
-// A string cut at its newline characters; every newline ends a line, so "{\n" is "{" and "".
+// A string's lines, one at a time, cut at newline characters without copying; every newline ends a line,
+// so "{\n" is "{" and "".
 class StringLines {
 public:
-    explicit StringLines(const Text& text) {
-        const char* p = text.c_str();
-        const char* const end = p + text.size();
-        for (;;) {
-            const char* eol = static_cast<const char*>(std::memchr(p, '\n', std::size_t(end - p)));
-            if (!eol) break;
-            lines_.push_back({p, unsigned(eol - p)});
-            p = eol + 1;
-        }
-        lines_.push_back({p, unsigned(end - p)});
+    explicit StringLines(const Text& text) : p_(text.c_str()), end_(p_ + text.size()) {}
+    bool next(LineSpan& line) {
+        if (!p_) return false;
+        const char* eol = static_cast<const char*>(std::memchr(p_, '\n', std::size_t(end_ - p_)));
+        line = cText(p_, unsigned((eol ? eol : end_) - p_));
+        p_ = eol ? eol + 1 : nullptr;
+        return true;
     }
-    unsigned size() const { return unsigned(lines_.size()); }
-    LineSpan operator[](unsigned i) const { return cText(lines_[i].p, lines_[i].n); }
 
 private:
-    std::vector<LineSpan> lines_;
+    const char* p_;
+    const char* end_;
 };
 
 // Length of an entry's line without indentation and line end.
@@ -415,23 +416,21 @@ bool configb::parseLine(const char* p, const char* end) {
 }
 
 template <class Lines>
-bool configb::readBlock(const Lines& lines, unsigned int& line) {
-    if (line >= lines.size()) return false;
-    const LineSpan open = lines[line];
-    if (open.n != 1 || open.p[0] != '{') return false;
-
-    unsigned i = line;
-    while (++i < lines.size()) {
-        const LineSpan s = lines[i];
+bool configb::readBlock(Lines& lines) {
+    LineSpan s;
+    if (!lines.next(s) || s.n != 1 || s.p[0] != '{') return false;
+    while (lines.next(s)) {
         if (s.n == endStr_.size() && std::memcmp(s.p, endStr_.c_str(), s.n) == 0) break;
         if (!parseLine(s.p, s.p + s.n)) break;
     }
-    line = i < lines.size() ? i + 1 : lines.size();
     return true;
 }
 
 bool configb::buildFrom(const TextFile& file, unsigned int& line) {
-    return readBlock(FileLines(file), line);
+    FileLines lines(file, line);
+    if (!readBlock(lines)) return false;
+    line = lines.position();
+    return true;
 }
 
 bool configb::buildFrom(const TextFile& file) {
@@ -440,10 +439,10 @@ bool configb::buildFrom(const TextFile& file) {
 }
 
 bool configb::fromString(const Text& text) {
-    const StringLines lines(text);
-    if (lines.size() < 2) return false;
-    unsigned int line = 0;
-    return readBlock(lines, line);
+    // At least two lines: the text holds a line end.
+    if (text.find('\n') == Text::npos) return false;
+    StringLines lines(text);
+    return readBlock(lines);
 }
 
 bool configb::readFromFile(const LightweightString<wchar_t>& path) {
