@@ -389,7 +389,28 @@ int configb::in(const Text& name, strp_field& out) const {
 
 // --- text form ----------------------------------------------------------------------------------------
 
-bool configb::parseLine(const char* p, const char* end) {
+// Short values met while reading one block, so that a value repeated on many lines (flags, zeros, the same
+// text) shares one block instead of taking a fresh copy per entry. Direct-mapped on length and the first
+// and last characters; a miss just makes a copy.
+class configb::RecentValues {
+public:
+    Text get(const char* p, unsigned n) {
+        if (n == 0) return Text();
+        if (n > kLongest) return copyText(p, n);
+        Text& slot =
+            slots_[(n * 31u + static_cast<unsigned char>(p[0]) * 7u + static_cast<unsigned char>(p[n - 1])) %
+                   kSlots];
+        if (slot.size() != n || std::memcmp(slot.c_str(), p, n) != 0) slot = copyText(p, n);
+        return slot;
+    }
+
+private:
+    static constexpr unsigned kLongest = 40;
+    static constexpr unsigned kSlots = 61;
+    Text slots_[kSlots];
+};
+
+bool configb::parseLine(const char* p, const char* end, RecentValues& recent) {
     while (p < end && isBlank(*p)) ++p;
     if (p == end || *p == '#') return true;  // blank line or comment
 
@@ -411,7 +432,7 @@ bool configb::parseLine(const char* p, const char* end) {
     if (::strncasecmp(p, endStr_.c_str(), nameLen) == 0) return false;
 
     const Text tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1)) : Text();
-    store(copyText(p, nameLen), copyText(value, unsigned(valueEnd - value)), tag);
+    store(copyText(p, nameLen), recent.get(value, unsigned(valueEnd - value)), tag);
     return true;
 }
 
@@ -419,9 +440,10 @@ template <class Lines>
 bool configb::readBlock(Lines& lines) {
     LineSpan s;
     if (!lines.next(s) || s.n != 1 || s.p[0] != '{') return false;
+    RecentValues recent;
     while (lines.next(s)) {
         if (s.n == endStr_.size() && std::memcmp(s.p, endStr_.c_str(), s.n) == 0) break;
-        if (!parseLine(s.p, s.p + s.n)) break;
+        if (!parseLine(s.p, s.p + s.n, recent)) break;
     }
     return true;
 }

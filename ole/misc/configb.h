@@ -171,7 +171,8 @@ private:
     // is none there.
     template <class Lines>
     bool readBlock(Lines& lines);
-    bool parseLine(const char* p, const char* end);
+    class RecentValues;
+    bool parseLine(const char* p, const char* end, RecentValues& recent);
 
     Dirtiable* owner_ = nullptr;
     Entries entries_;
