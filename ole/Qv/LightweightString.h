@@ -197,8 +197,9 @@ public:
     // The in-place case is kept small enough to inline into loops; the rest is out of line.
     void push_back(CharT c) {
         Impl* const impl = impl_.get();
-        if (impl && c != CharT(0) && impl->length + 1 < impl->capacity &&
-            Qv::RefCountService::value(impl->refCountPtr()) == 1) {
+        // The count is read first: its acquire load would otherwise make the length be read twice.
+        if (impl && c != CharT(0) && Qv::RefCountService::value(impl->refCountPtr()) == 1 &&
+            impl->length + 1 < impl->capacity) {
             const uint32_t n = impl->length;
             CharT* const data = impl->data;
             data[n] = c;
