@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds ole_bench in Release, runs it, and prints one table: each of our benchmarks beside its peer, both
-# times and the ratio peer time / ole time (above 1 means ole is faster). The same table, the complexity
-# fits of the scaling benchmarks, the date, the machine and the command go into docs/PERFORMANCE.md,
-# between its generated-section markers; the text around them is kept.
+# times and the ratio peer time / ole time (above 1 means ole is faster). After a full run (no --filter,
+# no --quick) the same table, the complexity fits of the scaling benchmarks, the date, the machine and the
+# command go into docs/PERFORMANCE.md, between its generated-section markers; the text around them is kept.
 #
 # Naming convention (how rows pair up; bench/*_bench.cpp follow it):
 #   BM_<Case>_<Side>[/<args>]      e.g. BM_Notify_OleNotifier/10     beside BM_Notify_BoostSignals2/10
@@ -56,4 +56,7 @@ trap 'rm -f "$json"' EXIT
 command="scripts/bench.sh"
 ((quick)) && command+=" --quick"
 [[ $filter != . ]] && command+=" --filter '$filter'"
-python3 scripts/bench_table.py "$json" --command "$command" --doc docs/PERFORMANCE.md
+# Only a full run replaces the recorded table; a filtered or quick one just prints.
+doc=()
+[[ $filter == . ]] && ((!quick)) && doc=(--doc docs/PERFORMANCE.md)
+python3 scripts/bench_table.py "$json" --command "$command" "${doc[@]}"
