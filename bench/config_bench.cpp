@@ -77,7 +77,7 @@ std::string writePlain(const PlainMap& map) {
     return out;
 }
 
-void BM_ConfigRead_configb(benchmark::State& state) {
+void BM_ConfigRead_OleConfigb(benchmark::State& state) {
     const LightweightString<char>& text = sampleText();
     for (auto _ : state) {
         configb c;
@@ -87,9 +87,9 @@ void BM_ConfigRead_configb(benchmark::State& state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * text.size());
 }
-BENCHMARK(BM_ConfigRead_configb)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ConfigRead_OleConfigb)->Unit(benchmark::kMillisecond);
 
-void BM_ConfigRead_stdmap(benchmark::State& state) {
+void BM_ConfigRead_StdMap(benchmark::State& state) {
     const std::string text = sampleText().c_str();
     for (auto _ : state) {
         PlainMap map = readPlain(text);
@@ -98,9 +98,56 @@ void BM_ConfigRead_stdmap(benchmark::State& state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * text.size());
 }
-BENCHMARK(BM_ConfigRead_stdmap)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ConfigRead_StdMap)->Unit(benchmark::kMillisecond);
 
-void BM_ConfigWrite_configb(benchmark::State& state) {
+// Reading N entries, N from a thousand to a quarter of a million: both readers should stay linear.
+const std::string& scaledText(int n) {
+    static std::map<int, std::string> texts;
+    std::string& text = texts[n];
+    if (text.empty()) {
+        text = "{\n";
+        char line[64];
+        for (int i = 0; i < n; ++i) {
+            std::snprintf(line, sizeof line, "  Entry%07d:int %d\n", i, i);
+            text += line;
+        }
+        text += "}";
+    }
+    return text;
+}
+
+void BM_ConfigReadEntries_OleConfigb(benchmark::State& state) {
+    const LightweightString<char> text(scaledText(int(state.range(0))).c_str());
+    for (auto _ : state) {
+        configb c;
+        if (!c.fromString(text) || c.size() != unsigned(state.range(0)))
+            state.SkipWithError("text did not read back");
+        benchmark::DoNotOptimize(c);
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_ConfigReadEntries_OleConfigb)
+    ->RangeMultiplier(8)
+    ->Range(1 << 10, 1 << 18)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity();
+
+void BM_ConfigReadEntries_StdMap(benchmark::State& state) {
+    const std::string& text = scaledText(int(state.range(0)));
+    for (auto _ : state) {
+        PlainMap map = readPlain(text);
+        if (map.size() != std::size_t(state.range(0))) state.SkipWithError("text did not read back");
+        benchmark::DoNotOptimize(map);
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_ConfigReadEntries_StdMap)
+    ->RangeMultiplier(8)
+    ->Range(1 << 10, 1 << 18)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity();
+
+void BM_ConfigWrite_OleConfigb(benchmark::State& state) {
     const configb& record = sampleRecord();
     std::size_t bytes = 0;
     for (auto _ : state) {
@@ -110,9 +157,9 @@ void BM_ConfigWrite_configb(benchmark::State& state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations() * bytes));
 }
-BENCHMARK(BM_ConfigWrite_configb)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ConfigWrite_OleConfigb)->Unit(benchmark::kMillisecond);
 
-void BM_ConfigWrite_stdmap(benchmark::State& state) {
+void BM_ConfigWrite_StdMap(benchmark::State& state) {
     const PlainMap map = readPlain(sampleText().c_str());
     std::size_t bytes = 0;
     for (auto _ : state) {
@@ -122,6 +169,6 @@ void BM_ConfigWrite_stdmap(benchmark::State& state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations() * bytes));
 }
-BENCHMARK(BM_ConfigWrite_stdmap)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ConfigWrite_StdMap)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -1,15 +1,21 @@
-// Identifiers against libuuid, the peer a user would reach for: a cookie's short text both ways against
-// uuid_unparse / uuid_parse of a UUID, the 40-character UUID form for reference, and making IdStamps
-// against uuid_generate_time.
+// Identifiers against libuuid, the peer a user would reach for: a cookie's short text and its 40-character
+// UUID form both ways against uuid_unparse / uuid_parse of a UUID, membership in a set of cookies against a
+// std::set of UUIDs, and making IdStamps against uuid_generate_time.
 
 #include <ole/misc/Cookie.h>
+#include <ole/misc/CookieSet.h>
 #include <ole/misc/IdStamp.h>
 
 #include <benchmark/benchmark.h>
 #include <uuid/uuid.h>
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -32,13 +38,20 @@ const char* const kUUIDTexts[] = {
     "123e4567-e89b-12d3-a456-426614174000", "9c5b94b1-35ad-49bb-b118-8e8fc24abf80",
     "a0eebc99-9c0b-4ef8-bb6d-6bb9bd380a11", "c73bcdcc-2669-4bf6-81d3-e4ae73fb11fd"};
 
+// The k-th of a family of distinct UUID texts, spread over the leading digits so sets order them well.
+std::string uuidText(unsigned k) {
+    char text[37];
+    std::snprintf(text, sizeof text, "%08x-9dad-11d1-80b4-%012x", k * 2654435761u, k);
+    return text;
+}
+
 Cookie shortCookie(unsigned i) {
     return Cookie(kShortTexts[i % kTextCount], true);
 }
 
 // --- text out ---------------------------------------------------------------------------------------------
 
-void BM_CookieShortToString(benchmark::State& state) {
+void BM_ToText_OleShortCookieString(benchmark::State& state) {
     Cookie cookies[kTextCount];
     for (unsigned i = 0; i < kTextCount; ++i) cookies[i] = shortCookie(i);
     unsigned i = 0;
@@ -47,9 +60,9 @@ void BM_CookieShortToString(benchmark::State& state) {
         benchmark::DoNotOptimize(text);
     }
 }
-BENCHMARK(BM_CookieShortToString);
+BENCHMARK(BM_ToText_OleShortCookieString);
 
-void BM_CookieShortWriteText(benchmark::State& state) {
+void BM_ToText_OleShortCookieBuffer(benchmark::State& state) {
     Cookie cookies[kTextCount];
     for (unsigned i = 0; i < kTextCount; ++i) cookies[i] = shortCookie(i);
     char text[Cookie::kUUIDTextLength + 1];
@@ -60,9 +73,9 @@ void BM_CookieShortWriteText(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_CookieShortWriteText);
+BENCHMARK(BM_ToText_OleShortCookieBuffer);
 
-void BM_UuidUnparse(benchmark::State& state) {
+void BM_ToText_Libuuid(benchmark::State& state) {
     uuid_t ids[kTextCount];
     for (unsigned i = 0; i < kTextCount; ++i) uuid_parse(kUUIDTexts[i], ids[i]);
     char text[37];
@@ -73,9 +86,9 @@ void BM_UuidUnparse(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_UuidUnparse);
+BENCHMARK(BM_ToText_Libuuid);
 
-void BM_CookieUUIDFormToString(benchmark::State& state) {
+void BM_ToText_OleUUIDCookieString(benchmark::State& state) {
     Cookie cookies[kTextCount];
     for (unsigned i = 0; i < kTextCount; ++i) cookies[i] = Cookie('P', Qv::UUID(kUUIDTexts[i]), 0);
     unsigned i = 0;
@@ -84,20 +97,20 @@ void BM_CookieUUIDFormToString(benchmark::State& state) {
         benchmark::DoNotOptimize(text);
     }
 }
-BENCHMARK(BM_CookieUUIDFormToString);
+BENCHMARK(BM_ToText_OleUUIDCookieString);
 
 // --- text in ----------------------------------------------------------------------------------------------
 
-void BM_CookieShortParse(benchmark::State& state) {
+void BM_Parse_OleShortCookie(benchmark::State& state) {
     unsigned i = 0;
     for (auto _ : state) {
         Cookie cookie(kShortTexts[i++ % kTextCount], true);
         benchmark::DoNotOptimize(cookie);
     }
 }
-BENCHMARK(BM_CookieShortParse);
+BENCHMARK(BM_Parse_OleShortCookie);
 
-void BM_UuidParse(benchmark::State& state) {
+void BM_Parse_Libuuid(benchmark::State& state) {
     uuid_t id;
     unsigned i = 0;
     for (auto _ : state) {
@@ -105,9 +118,9 @@ void BM_UuidParse(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_UuidParse);
+BENCHMARK(BM_Parse_Libuuid);
 
-void BM_CookieUUIDFormParse(benchmark::State& state) {
+void BM_Parse_OleUUIDCookie(benchmark::State& state) {
     char texts[kTextCount][Cookie::kUUIDTextLength + 1];
     for (unsigned i = 0; i < kTextCount; ++i) {
         std::memcpy(texts[i], "P00-", 4);
@@ -119,11 +132,11 @@ void BM_CookieUUIDFormParse(benchmark::State& state) {
         benchmark::DoNotOptimize(cookie);
     }
 }
-BENCHMARK(BM_CookieUUIDFormParse);
+BENCHMARK(BM_Parse_OleUUIDCookie);
 
 // --- both ways --------------------------------------------------------------------------------------------
 
-void BM_CookieShortRoundTrip(benchmark::State& state) {
+void BM_RoundTrip_OleShortCookie(benchmark::State& state) {
     unsigned i = 0;
     for (auto _ : state) {
         const Cookie cookie(kShortTexts[i++ % kTextCount], true);
@@ -131,9 +144,9 @@ void BM_CookieShortRoundTrip(benchmark::State& state) {
         benchmark::DoNotOptimize(text);
     }
 }
-BENCHMARK(BM_CookieShortRoundTrip);
+BENCHMARK(BM_RoundTrip_OleShortCookie);
 
-void BM_UuidRoundTrip(benchmark::State& state) {
+void BM_RoundTrip_Libuuid(benchmark::State& state) {
     uuid_t id;
     char text[37];
     unsigned i = 0;
@@ -144,19 +157,53 @@ void BM_UuidRoundTrip(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_UuidRoundTrip);
+BENCHMARK(BM_RoundTrip_Libuuid);
+
+// --- cookies in a set -----------------------------------------------------------------------------------
+
+// Membership tests in a set of N cookies against a std::set of N UUIDs; half the probes are present.
+void BM_SetContains_OleCookieSet(benchmark::State& state) {
+    const unsigned n = unsigned(state.range(0));
+    CookieSet set;
+    for (unsigned i = 0; i < n; ++i) set.add(Cookie('P', Qv::UUID(uuidText(2 * i).c_str()), 0));
+    std::vector<Cookie> probes;
+    for (unsigned i = 0; i < 1024; ++i)
+        probes.push_back(Cookie('P', Qv::UUID(uuidText(i * 7919u % (2 * n)).c_str()), 0));
+    unsigned i = 0;
+    for (auto _ : state) benchmark::DoNotOptimize(set.contains(probes[i++ & 1023]));
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_SetContains_OleCookieSet)->RangeMultiplier(8)->Range(64, 32768)->Complexity();
+
+void BM_SetContains_StdSetUuid(benchmark::State& state) {
+    using Id = std::array<unsigned char, 16>;
+    const unsigned n = unsigned(state.range(0));
+    std::set<Id> set;
+    const auto idOf = [](unsigned k) {
+        Id id;
+        uuid_parse(uuidText(k).c_str(), id.data());
+        return id;
+    };
+    for (unsigned i = 0; i < n; ++i) set.insert(idOf(2 * i));
+    std::vector<Id> probes;
+    for (unsigned i = 0; i < 1024; ++i) probes.push_back(idOf(i * 7919u % (2 * n)));
+    unsigned i = 0;
+    for (auto _ : state) benchmark::DoNotOptimize(set.count(probes[i++ & 1023]));
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_SetContains_StdSetUuid)->RangeMultiplier(8)->Range(64, 32768)->Complexity();
 
 // --- making identifiers -----------------------------------------------------------------------------------
 
-void BM_IdStampMake(benchmark::State& state) {
+void BM_MakeId_OleIdStamp(benchmark::State& state) {
     for (auto _ : state) {
         IdStamp stamp;
         benchmark::DoNotOptimize(stamp);
     }
 }
-BENCHMARK(BM_IdStampMake);
+BENCHMARK(BM_MakeId_OleIdStamp);
 
-void BM_UuidGenerateTime(benchmark::State& state) {
+void BM_MakeId_LibuuidTime(benchmark::State& state) {
     uuid_t id;
     for (auto _ : state) {
         uuid_generate_time(id);
@@ -164,15 +211,15 @@ void BM_UuidGenerateTime(benchmark::State& state) {
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK(BM_UuidGenerateTime);
+BENCHMARK(BM_MakeId_LibuuidTime);
 
-void BM_IdStampToString(benchmark::State& state) {
+void BM_IdStampToText_OleIdStamp(benchmark::State& state) {
     const IdStamp stamp;
     for (auto _ : state) {
         LightweightString<char> text = stamp.asString();
         benchmark::DoNotOptimize(text);
     }
 }
-BENCHMARK(BM_IdStampToString);
+BENCHMARK(BM_IdStampToText_OleIdStamp);
 
 }  // namespace

@@ -33,8 +33,9 @@ void BM_Notify_OleNotifier(benchmark::State& state) {
     const NotifyMsg msg("changed");
     for (auto _ : state) notifier.issueNotification(msg, type);
     benchmark::DoNotOptimize(listeners.front().count);
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(BM_Notify_OleNotifier)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(BM_Notify_OleNotifier)->Arg(1)->Arg(10)->Arg(100)->Complexity();
 
 void BM_Notify_BoostSignals2(benchmark::State& state) {
     std::vector<Listener> listeners(state.range(0));
@@ -43,8 +44,9 @@ void BM_Notify_BoostSignals2(benchmark::State& state) {
     const NotifyMsg msg("changed");
     for (auto _ : state) signal(msg);
     benchmark::DoNotOptimize(listeners.front().count);
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(BM_Notify_BoostSignals2)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(BM_Notify_BoostSignals2)->Arg(1)->Arg(10)->Arg(100)->Complexity();
 
 void BM_ValueEvent_OleNotifierEx(benchmark::State& state) {
     std::vector<Listener> listeners(state.range(0));
@@ -56,8 +58,9 @@ void BM_ValueEvent_OleNotifierEx(benchmark::State& state) {
     const NotifierEvent<int> ev(1);
     for (auto _ : state) notifier.issueNotification(ev, type);
     benchmark::DoNotOptimize(listeners.front().count);
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(BM_ValueEvent_OleNotifierEx)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(BM_ValueEvent_OleNotifierEx)->Arg(1)->Arg(10)->Arg(100)->Complexity();
 
 void BM_ValueEvent_BoostSignals2(benchmark::State& state) {
     std::vector<Listener> listeners(state.range(0));
@@ -66,7 +69,8 @@ void BM_ValueEvent_BoostSignals2(benchmark::State& state) {
     const NotifierEvent<int> ev(1);
     for (auto _ : state) signal(ev);
     benchmark::DoNotOptimize(listeners.front().count);
+    state.SetComplexityN(state.range(0));
 }
-BENCHMARK(BM_ValueEvent_BoostSignals2)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(BM_ValueEvent_BoostSignals2)->Arg(1)->Arg(10)->Arg(100)->Complexity();
 
 }  // namespace

@@ -104,7 +104,7 @@ void report(benchmark::State& state, std::size_t streamBytes) {
     state.counters["stream_bytes"] = double(streamBytes);
 }
 
-void BM_StreamablePack100k(benchmark::State& state) {
+void BM_Pack100k_OleStreamable(benchmark::State& state) {
     const std::vector<BenchCircle> circles = makeCircles();
     StreamFile f;
     packAll(circles, f);
@@ -115,9 +115,9 @@ void BM_StreamablePack100k(benchmark::State& state) {
     }
     report(state, f.size());
 }
-BENCHMARK(BM_StreamablePack100k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Pack100k_OleStreamable)->Unit(benchmark::kMillisecond);
 
-void BM_HandWrittenPack100k(benchmark::State& state) {
+void BM_Pack100k_HandWritten(benchmark::State& state) {
     const std::vector<PlainCircle> circles = makePlainCircles();
     std::vector<uint8_t> out;
     packPlain(circles, out);
@@ -127,9 +127,9 @@ void BM_HandWrittenPack100k(benchmark::State& state) {
     }
     report(state, out.size());
 }
-BENCHMARK(BM_HandWrittenPack100k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Pack100k_HandWritten)->Unit(benchmark::kMillisecond);
 
-void BM_StreamableUnpack100k(benchmark::State& state) {
+void BM_Unpack100k_OleStreamable(benchmark::State& state) {
     StreamFile f;
     packAll(makeCircles(), f);
     std::vector<BenchCircle> circles(kObjects);
@@ -143,9 +143,9 @@ void BM_StreamableUnpack100k(benchmark::State& state) {
     }
     report(state, f.size());
 }
-BENCHMARK(BM_StreamableUnpack100k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Unpack100k_OleStreamable)->Unit(benchmark::kMillisecond);
 
-void BM_HandWrittenUnpack100k(benchmark::State& state) {
+void BM_Unpack100k_HandWritten(benchmark::State& state) {
     std::vector<uint8_t> in;
     packPlain(makePlainCircles(), in);
     std::vector<PlainCircle> circles(kObjects);
@@ -155,6 +155,6 @@ void BM_HandWrittenUnpack100k(benchmark::State& state) {
     }
     report(state, in.size());
 }
-BENCHMARK(BM_HandWrittenUnpack100k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Unpack100k_HandWritten)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -37,6 +37,24 @@ void BM_StringCopy64(benchmark::State& state) {
 BENCHMARK_TEMPLATE(BM_StringCopy64, LightweightString<char>);
 BENCHMARK_TEMPLATE(BM_StringCopy64, std::string);
 
+// The same copy over lengths from 16 characters to 64 KiB: a shared block costs the same at every length.
+template <class String>
+void BM_StringCopy(benchmark::State& state) {
+    const std::string text(std::size_t(state.range(0)), 'x');
+    const String source(text.c_str());
+    for (auto _ : state) {
+        String copy(source);
+        benchmark::DoNotOptimize(copy);
+        benchmark::ClobberMemory();
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK_TEMPLATE(BM_StringCopy, LightweightString<char>)
+    ->RangeMultiplier(4)
+    ->Range(16, 65536)
+    ->Complexity();
+BENCHMARK_TEMPLATE(BM_StringCopy, std::string)->RangeMultiplier(4)->Range(16, 65536)->Complexity();
+
 // Grows one character at a time from empty; exercises the in-place test and the doubling growth.
 template <class String>
 void BM_StringPushBack1M(benchmark::State& state) {
@@ -73,15 +91,23 @@ struct SharedThing : iObject {
 };
 
 // Copy and release of a pointer to an object that stays alive: one interlocked increment and decrement.
+Qv::Ptr<SharedThing> makeOwner(Qv::Ptr<SharedThing>*) {
+    return Qv::Ptr<SharedThing>(new SharedThing);
+}
+std::shared_ptr<SharedThing> makeOwner(std::shared_ptr<SharedThing>*) {
+    return std::make_shared<SharedThing>();
+}
+
 template <class Pointer>
-void BM_PtrCopyRelease(benchmark::State& state, Pointer owner) {
+void BM_PtrCopyRelease(benchmark::State& state) {
+    const Pointer owner = makeOwner(static_cast<Pointer*>(nullptr));
     for (auto _ : state) {
         Pointer copy(owner);
         benchmark::DoNotOptimize(copy);
         benchmark::ClobberMemory();
     }
 }
-BENCHMARK_CAPTURE(BM_PtrCopyRelease, Qv::Ptr, Qv::Ptr<SharedThing>(new SharedThing));
-BENCHMARK_CAPTURE(BM_PtrCopyRelease, std::shared_ptr, std::make_shared<SharedThing>());
+BENCHMARK_TEMPLATE(BM_PtrCopyRelease, Qv::Ptr<SharedThing>);
+BENCHMARK_TEMPLATE(BM_PtrCopyRelease, std::shared_ptr<SharedThing>);
 
 }  // namespace

@@ -50,7 +50,7 @@ std::vector<std::string> texts(const Kind& kind) {
     return out;
 }
 
-void OleFrameToText(benchmark::State& state, const Kind& kind) {
+void BM_FrameToText_Ole(benchmark::State& state, const Kind& kind) {
     const std::vector<int> frames = frameNumbers(kind);
     char buffer[13];
     size_t i = 0;
@@ -61,7 +61,7 @@ void OleFrameToText(benchmark::State& state, const Kind& kind) {
     }
 }
 
-void FFmpegFrameToText(benchmark::State& state, const Kind& kind) {
+void BM_FrameToText_FFmpeg(benchmark::State& state, const Kind& kind) {
     const std::vector<int> frames = frameNumbers(kind);
     const AVTimecode tc = avTimecode(kind);
     char buffer[AV_TIMECODE_STR_SIZE];
@@ -72,7 +72,7 @@ void FFmpegFrameToText(benchmark::State& state, const Kind& kind) {
     }
 }
 
-void OleTextToFrame(benchmark::State& state, const Kind& kind) {
+void BM_TextToFrame_Ole(benchmark::State& state, const Kind& kind) {
     const std::vector<std::string> input = texts(kind);
     size_t i = 0;
     for (auto _ : state) {
@@ -81,7 +81,7 @@ void OleTextToFrame(benchmark::State& state, const Kind& kind) {
     }
 }
 
-void FFmpegTextToFrame(benchmark::State& state, const Kind& kind) {
+void BM_TextToFrame_FFmpeg(benchmark::State& state, const Kind& kind) {
     const std::vector<std::string> input = texts(kind);
     AVTimecode tc;
     size_t i = 0;
@@ -93,11 +93,11 @@ void FFmpegTextToFrame(benchmark::State& state, const Kind& kind) {
 
 }  // namespace
 
-BENCHMARK_CAPTURE(OleFrameToText, 2997DF, kDrop2997);
-BENCHMARK_CAPTURE(FFmpegFrameToText, 2997DF, kDrop2997);
-BENCHMARK_CAPTURE(OleFrameToText, 25, kPal25);
-BENCHMARK_CAPTURE(FFmpegFrameToText, 25, kPal25);
-BENCHMARK_CAPTURE(OleTextToFrame, 2997DF, kDrop2997);
-BENCHMARK_CAPTURE(FFmpegTextToFrame, 2997DF, kDrop2997);
-BENCHMARK_CAPTURE(OleTextToFrame, 25, kPal25);
-BENCHMARK_CAPTURE(FFmpegTextToFrame, 25, kPal25);
+BENCHMARK_CAPTURE(BM_FrameToText_Ole, 2997DF, kDrop2997);
+BENCHMARK_CAPTURE(BM_FrameToText_FFmpeg, 2997DF, kDrop2997);
+BENCHMARK_CAPTURE(BM_FrameToText_Ole, 25, kPal25);
+BENCHMARK_CAPTURE(BM_FrameToText_FFmpeg, 25, kPal25);
+BENCHMARK_CAPTURE(BM_TextToFrame_Ole, 2997DF, kDrop2997);
+BENCHMARK_CAPTURE(BM_TextToFrame_FFmpeg, 2997DF, kDrop2997);
+BENCHMARK_CAPTURE(BM_TextToFrame_Ole, 25, kPal25);
+BENCHMARK_CAPTURE(BM_TextToFrame_FFmpeg, 25, kPal25);

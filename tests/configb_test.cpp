@@ -360,3 +360,29 @@ TEST(ConfigbPack, RoundTripInsideALayeredObject) {
     configb wrongVersion;
     EXPECT_EQ(wrongVersion.unpack(whole, configb::kPackVersion + 1), STRM_FAILED);
 }
+
+// A million entries in reverse order, plus a repeat of one name in other letter case with another tag,
+// read from one text: every entry arrives once and the repeat changes nothing.
+TEST(ConfigbTest, ReadsAMillionEntries) {
+    constexpr int kCount = 1000000;
+    std::string text = "{\n";
+    text.reserve(std::size_t(kCount) * 24);
+    for (int i = kCount - 1; i >= 0; --i) {
+        const std::string digits = std::to_string(i);
+        text +=
+            "  Key" + std::string(7 - digits.size(), '0') + digits + ":int " + std::to_string(i * 3) + "\n";
+    }
+    text += "  KEY0000007 seven\n}";
+    configb c;
+    ASSERT_TRUE(c.fromString(Text(text.c_str())));
+    EXPECT_EQ(c.size(), unsigned(kCount));
+    for (const auto& [name, expected] : {std::pair<const char*, int>{"key0000007", 21},
+                                         {"Key0000000", 0},
+                                         {"KEY0999999", 2999997},
+                                         {"Key0500000", 1500000}}) {
+        int value = -1;
+        EXPECT_EQ(c.in(name, value), 0) << name;
+        EXPECT_EQ(value, expected) << name;
+    }
+    EXPECT_EQ(c.entries().begin()->first, "Key0000000");
+}

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <memory>
 #include <strings.h>
+#include <unordered_map>
 #include <vector>
 
 namespace oletool {
@@ -29,6 +30,14 @@ namespace {
 
 bool isBlank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// The name as strcasecmp compares it in the C locale: ASCII letters in lower case.
+std::string folded(const std::string& name) {
+    std::string out = name;
+    for (char& c : out)
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+    return out;
 }
 
 struct Line {
@@ -74,6 +83,7 @@ private:
     std::string end_;
     std::vector<Line> lines_;
     std::vector<Entry> entries_;
+    std::unordered_map<std::string, std::size_t> byName_;  // folded name -> index in entries_
     std::size_t endLine_ = 0;
 };
 
@@ -111,6 +121,7 @@ void ConfigFile::parse(const std::string& content) {
         throw InputError(path_ + " is not a text file; the file is left as it is");
     lines_.clear();
     entries_.clear();
+    byName_.clear();
     std::size_t start = 0;
     while (start < content.size()) {
         std::size_t eol = content.find('\n', start);
@@ -145,6 +156,7 @@ void ConfigFile::parse(const std::string& content) {
         if (const Entry* earlier = find(entry.name))
             throw fault(i, "entry " + quote(entry.name) + " repeats the one on line " +
                                std::to_string(earlier->line + 1));
+        byName_.emplace(folded(entry.name), entries_.size());
         entries_.push_back(std::move(entry));
     }
     if (!ended) throw InputError(path_ + " has no end line " + quote(end_) + "; the file is left as it is");
@@ -171,9 +183,8 @@ std::string ConfigFile::text() const {
 }
 
 const Entry* ConfigFile::find(const std::string& name) const {
-    for (const Entry& e : entries_)
-        if (::strcasecmp(e.name.c_str(), name.c_str()) == 0) return &e;
-    return nullptr;
+    const auto it = byName_.find(folded(name));
+    return it == byName_.end() ? nullptr : &entries_[it->second];
 }
 
 void ConfigFile::addEntryLine(const std::string& entryText) {

@@ -31,10 +31,18 @@ OLE_API uint32_t powerOfTwoAbove(uint32_t need) noexcept;
 OLE_API void* allocate(std::size_t headerBytes, std::size_t charBytes, uint32_t capacity);
 OLE_API void release(void* block) noexcept;
 
-inline int compareText(const char* a, const char* b) noexcept { return std::strcmp(a, b); }
-inline int compareText(const wchar_t* a, const wchar_t* b) noexcept { return std::wcscmp(a, b); }
-inline std::size_t textLength(const char* s) noexcept { return std::strlen(s); }
-inline std::size_t textLength(const wchar_t* s) noexcept { return std::wcslen(s); }
+inline int compareText(const char* a, const char* b) noexcept {
+    return std::strcmp(a, b);
+}
+inline int compareText(const wchar_t* a, const wchar_t* b) noexcept {
+    return std::wcscmp(a, b);
+}
+inline std::size_t textLength(const char* s) noexcept {
+    return std::strlen(s);
+}
+inline std::size_t textLength(const wchar_t* s) noexcept {
+    return std::wcslen(s);
+}
 }  // namespace StringBlocks
 }  // namespace Qv
 
@@ -154,9 +162,14 @@ public:
             impl_.reset();
             return;
         }
-        const ImplPtr keep = aliases(text) ? impl_ : ImplPtr();  // the source stays alive if it is ours
-        resizeFor(len);
-        std::memmove(impl_->data, text, len * sizeof(CharT));
+        if (writableInPlace(len)) {
+            std::memmove(impl_->data, text, len * sizeof(CharT));  // the text may lie in this block
+            setLength(len);
+        } else {
+            ImplPtr fresh = createImpl(len, true);
+            copyInto(fresh, text, len);  // the old block, which may hold the text, is still alive here
+            impl_ = std::move(fresh);
+        }
     }
 
     void append(const CharT* text, unsigned len) {
@@ -183,13 +196,19 @@ public:
     }
 
     /// Appends one character; the NUL character is ignored so that no terminator can be embedded.
+    /// The in-place case is kept small enough to inline into loops; the rest is out of line.
     void push_back(CharT c) {
-        if (c == CharT(0)) return;
-        if (impl_ && impl_->length + 1 < impl_->capacity && !isShared()) {
-            impl_->data[impl_->length] = c;
-            impl_->data[++impl_->length] = CharT(0);
+        Impl* const impl = impl_.get();
+        // The count is read first: its acquire load would otherwise make the length be read twice.
+        if (impl && c != CharT(0) && Qv::RefCountService::value(impl->refCountPtr()) == 1 &&
+            impl->length + 1 < impl->capacity) {
+            const uint32_t n = impl->length;
+            CharT* const data = impl->data;
+            data[n] = c;
+            data[n + 1] = CharT(0);
+            impl->length = n + 1;
         } else {
-            grow(size() + 1, &c, 1);
+            pushBackSlow(c);
         }
     }
 
@@ -264,8 +283,12 @@ public:
         if (a.size() != b.size()) return false;
         return std::memcmp(a.c_str(), b.c_str(), a.size() * sizeof(CharT)) == 0;
     }
-    friend bool operator!=(const LightweightString& a, const LightweightString& b) noexcept { return !(a == b); }
-    friend bool operator==(const LightweightString& a, const CharT* b) noexcept { return compare(a.c_str(), b) == 0; }
+    friend bool operator!=(const LightweightString& a, const LightweightString& b) noexcept {
+        return !(a == b);
+    }
+    friend bool operator==(const LightweightString& a, const CharT* b) noexcept {
+        return compare(a.c_str(), b) == 0;
+    }
     friend bool operator!=(const LightweightString& a, const CharT* b) noexcept { return !(a == b); }
     friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept {
         return compare(a.c_str(), b.c_str()) < 0;
@@ -307,6 +330,9 @@ private:
         fresh->length = need;
         fresh->data[need] = CharT(0);
         impl_ = std::move(fresh);
+    }
+    __attribute__((noinline)) void pushBackSlow(CharT c) {
+        if (c != CharT(0)) append(&c, 1);
     }
     void setChar(unsigned i, CharT c) {
         if (i >= size() || impl_->data[i] == c) return;

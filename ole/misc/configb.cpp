@@ -14,7 +14,6 @@
 #include <cstring>
 #include <iterator>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -84,38 +83,40 @@ inline LineSpan cText(const char* p, unsigned n) {
     return {p, unsigned(::strnlen(p, n))};
 }
 
+// The lines of a text file from a given index, one at a time.
 class FileLines {
 public:
-    explicit FileLines(const TextFile& file) : file_(file) {}
-    unsigned size() const { return file_.size(); }
-    LineSpan operator[](unsigned i) const {
-        const Text& line = file_[i];
-        return cText(line.c_str(), line.size());
+    FileLines(const TextFile& file, unsigned first) : file_(file), next_(first) {}
+    bool next(LineSpan& line) {
+        if (next_ >= file_.size()) return false;
+        const Text& text = file_[next_++];
+        line = cText(text.c_str(), text.size());
+        return true;
     }
+    // The index of the line after the last one handed out.
+    unsigned position() const { return next_; }
 
 private:
     const TextFile& file_;
+    unsigned next_;
 };
 
-// A string cut at its newline characters; every newline ends a line, so "{\n" is "{" and "".
+// A string's lines, one at a time, cut at newline characters without copying; every newline ends a line,
+// so "{\n" is "{" and "".
 class StringLines {
 public:
-    explicit StringLines(const Text& text) {
-        const char* p = text.c_str();
-        const char* const end = p + text.size();
-        for (;;) {
-            const char* eol = static_cast<const char*>(std::memchr(p, '\n', std::size_t(end - p)));
-            if (!eol) break;
-            lines_.push_back({p, unsigned(eol - p)});
-            p = eol + 1;
-        }
-        lines_.push_back({p, unsigned(end - p)});
+    explicit StringLines(const Text& text) : p_(text.c_str()), end_(p_ + text.size()) {}
+    bool next(LineSpan& line) {
+        if (!p_) return false;
+        const char* eol = static_cast<const char*>(std::memchr(p_, '\n', std::size_t(end_ - p_)));
+        line = cText(p_, unsigned((eol ? eol : end_) - p_));
+        p_ = eol ? eol + 1 : nullptr;
+        return true;
     }
-    unsigned size() const { return unsigned(lines_.size()); }
-    LineSpan operator[](unsigned i) const { return cText(lines_[i].p, lines_[i].n); }
 
 private:
-    std::vector<LineSpan> lines_;
+    const char* p_;
+    const char* end_;
 };
 
 // Length of an entry's line without indentation and line end.
@@ -388,7 +389,28 @@ int configb::in(const Text& name, strp_field& out) const {
 
 // --- text form ----------------------------------------------------------------------------------------
 
-bool configb::parseLine(const char* p, const char* end) {
+// Short values met while reading one block, so that a value repeated on many lines (flags, zeros, the same
+// text) shares one block instead of taking a fresh copy per entry. Direct-mapped on length and the first
+// and last characters; a miss just makes a copy.
+class configb::RecentValues {
+public:
+    Text get(const char* p, unsigned n) {
+        if (n == 0) return Text();
+        if (n > kLongest) return copyText(p, n);
+        Text& slot =
+            slots_[(n * 31u + static_cast<unsigned char>(p[0]) * 7u + static_cast<unsigned char>(p[n - 1])) %
+                   kSlots];
+        if (slot.size() != n || std::memcmp(slot.c_str(), p, n) != 0) slot = copyText(p, n);
+        return slot;
+    }
+
+private:
+    static constexpr unsigned kLongest = 40;
+    static constexpr unsigned kSlots = 61;
+    Text slots_[kSlots];
+};
+
+bool configb::parseLine(const char* p, const char* end, RecentValues& recent) {
     while (p < end && isBlank(*p)) ++p;
     if (p == end || *p == '#') return true;  // blank line or comment
 
@@ -410,28 +432,27 @@ bool configb::parseLine(const char* p, const char* end) {
     if (::strncasecmp(p, endStr_.c_str(), nameLen) == 0) return false;
 
     const Text tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1)) : Text();
-    store(copyText(p, nameLen), copyText(value, unsigned(valueEnd - value)), tag);
+    store(copyText(p, nameLen), recent.get(value, unsigned(valueEnd - value)), tag);
     return true;
 }
 
 template <class Lines>
-bool configb::readBlock(const Lines& lines, unsigned int& line) {
-    if (line >= lines.size()) return false;
-    const LineSpan open = lines[line];
-    if (open.n != 1 || open.p[0] != '{') return false;
-
-    unsigned i = line;
-    while (++i < lines.size()) {
-        const LineSpan s = lines[i];
+bool configb::readBlock(Lines& lines) {
+    LineSpan s;
+    if (!lines.next(s) || s.n != 1 || s.p[0] != '{') return false;
+    RecentValues recent;
+    while (lines.next(s)) {
         if (s.n == endStr_.size() && std::memcmp(s.p, endStr_.c_str(), s.n) == 0) break;
-        if (!parseLine(s.p, s.p + s.n)) break;
+        if (!parseLine(s.p, s.p + s.n, recent)) break;
     }
-    line = i < lines.size() ? i + 1 : lines.size();
     return true;
 }
 
 bool configb::buildFrom(const TextFile& file, unsigned int& line) {
-    return readBlock(FileLines(file), line);
+    FileLines lines(file, line);
+    if (!readBlock(lines)) return false;
+    line = lines.position();
+    return true;
 }
 
 bool configb::buildFrom(const TextFile& file) {
@@ -440,10 +461,10 @@ bool configb::buildFrom(const TextFile& file) {
 }
 
 bool configb::fromString(const Text& text) {
-    const StringLines lines(text);
-    if (lines.size() < 2) return false;
-    unsigned int line = 0;
-    return readBlock(lines, line);
+    // At least two lines: the text holds a line end.
+    if (text.find('\n') == Text::npos) return false;
+    StringLines lines(text);
+    return readBlock(lines);
 }
 
 bool configb::readFromFile(const LightweightString<wchar_t>& path) {

@@ -169,9 +169,12 @@ private:
     /// setInternal on strings it may take over.
     int store(Text&& name, Text&& value, const Text& typeTag);
     const ConfigEntryT* find(const Text& name) const;
+    // Reads the block that starts at the next line of `lines`; false, having taken one line, when there
+    // is none there.
     template <class Lines>
-    bool readBlock(const Lines& lines, unsigned int& line);
-    bool parseLine(const char* p, const char* end);
+    bool readBlock(Lines& lines);
+    class RecentValues;
+    bool parseLine(const char* p, const char* end, RecentValues& recent);
 
     Dirtiable* owner_ = nullptr;
     Entries entries_;
