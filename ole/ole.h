@@ -16,6 +16,7 @@
 #include <ole/Qv/Vector.h>
 #include <ole/Qv/DLList.h>
 #include <ole/Qv/XY.h>
+#include <ole/Qv/Parsed.h>
 
 // Runtime pieces on the core strings
 #include <ole/runtime/Log.h>
@@ -51,6 +52,7 @@
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
+#include <ole/misc/tc_addr.h>
 #include <ole/misc/tccvt.h>
 #include <ole/misc/time_def.h>
 #include <ole/misc/outputformat.h>
