@@ -202,7 +202,10 @@ std::string nameFor(int fd, const std::string& target, const std::string& existi
 }  // namespace
 
 bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const {
-    if (!path || !*path) return false;
+    if (!path || !*path) {
+        errno = ENOENT;
+        return false;
+    }
     std::string target = platform::narrow(path);
     // A link is written through, so it keeps pointing at the file; an existing file keeps its mode.
     if (char* resolved = ::realpath(target.c_str(), nullptr)) {
@@ -228,7 +231,9 @@ bool FileSystem::writeAtomically(const wchar_t* path, const void* data, std::siz
     file.close();
     done = done && !written.empty() && ::rename(written.c_str(), target.c_str()) == 0;
     if (!done) {
+        const int error = errno;  // the caller's reason, not the clean-up's
         if (!written.empty()) ::unlink(written.c_str());
+        errno = error;
         return false;
     }
     // Make the rename itself durable.

@@ -78,7 +78,7 @@ public:
     // Replaces the file's whole content so that a crash at any moment leaves either the old or the new
     // content: the data goes to a temporary file in the same directory, is synced, and is renamed over.
     // An existing file keeps its permissions and a symbolic link keeps pointing at the file it names;
-    // a new file gets mode 0644.
+    // a new file gets mode 0644. False, with errno saying why, when the file could not be replaced.
     bool writeAtomically(const wchar_t* path, const void* data, std::size_t bytes) const;
     static constexpr wchar_t separator() { return L'/'; }
 };

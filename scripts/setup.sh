@@ -18,6 +18,7 @@ PACKAGES=(
     libboost-dev
     libavutil-dev
     libcli11-dev
+    nlohmann-json3-dev
     clang
 )
 

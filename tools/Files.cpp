@@ -25,12 +25,19 @@ std::string readWholeFile(const std::string& path) {
     return content;
 }
 
+InputError writeError(const std::string& path) {
+    const int error = errno;
+    return InputError("cannot write " + quote(path) + ": " +
+                      (error ? std::strerror(error) : "the write failed"));
+}
+
 void writeWholeFile(const std::string& path, const std::string& content) {
     // The replacement is made with the platform's default mode; a file that was kept private stays so.
     struct stat before;
     const bool existed = ::stat(path.c_str(), &before) == 0;
+    errno = 0;
     if (!OS()->fileSystem()->writeAtomically(fromUTF8(path.c_str()).c_str(), content.data(), content.size()))
-        throw InputError("cannot write " + quote(path));
+        throw writeError(path);
     if (existed) ::chmod(path.c_str(), before.st_mode & 07777);
 }
 

@@ -4,6 +4,8 @@
 // through the platform's atomic replace (temporary file, sync, rename), so a file is either the old one
 // or the new one, never half written.
 
+#include "Output.h"
+
 #include <string>
 #include <vector>
 
@@ -14,6 +16,8 @@ std::string readWholeFile(const std::string& path);
 // Replaces the file's content atomically, keeping its permissions; InputError when it cannot be written.
 void writeWholeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
+// "cannot write 'path': <the operating system's reason, from errno>".
+InputError writeError(const std::string& path);
 
 // The text split into lines without their line ends ("\n" or "\r\n").
 std::vector<std::string> splitLines(const std::string& text);
