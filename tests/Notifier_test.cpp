@@ -1,5 +1,7 @@
 #include <ole/misc/Notifier.h>
 
+#include <ole/misc/Cookie.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -296,3 +298,15 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
 }
 
 }  // namespace
+
+// Every value event type the editor issues must keep compiling.
+template class NotifierEx<bool>;
+template class NotifierEx<int>;
+template class NotifierEx<unsigned int>;
+template class NotifierEx<long>;
+template class NotifierEx<unsigned long>;
+template class NotifierEx<float>;
+template class NotifierEx<double>;
+template class NotifierEx<LightweightString<char>>;
+template class NotifierEx<LightweightString<wchar_t>>;
+template class NotifierEx<Cookie>;

@@ -1,5 +1,7 @@
 #include <ole/misc/ValServer.h>
 
+#include <ole/misc/Cookie.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -86,10 +88,10 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
         EXPECT_TRUE(c.log.empty());
         EXPECT_TRUE(s.updateAndNotify(42));
         EXPECT_EQ(c.log, (Log{"post:10"}));
-        s.setManager(&first);
-        EXPECT_TRUE(first.detached.empty());
-        s.setManager(&second);
+        s.setManager(&first);  // the same manager again still detaches first
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s}));
+        s.setManager(&second);
+        EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s, &s}));
     }
     EXPECT_EQ(second.detached, gone);
 }
@@ -179,3 +181,19 @@ TEST(MultiValClient, FollowsServersAndTheirManagersBatches) {
 }
 
 }  // namespace
+
+// Every value type the editor serves and follows must keep compiling.
+template class ValServer<int>;
+template class ValServer<unsigned int>;
+template class ValServer<LightweightString<wchar_t>>;
+template class ValServer<Cookie>;
+template class ValClient<bool>;
+template class ValClient<int>;
+template class ValClient<unsigned int>;
+template class ValClient<LightweightString<wchar_t>>;
+template class ValClient<long>;
+template class ValClient<unsigned long>;
+template class ValClient<float>;
+template class ValClient<double>;
+template class ValClient<LightweightString<char>>;
+template class ValClient<Cookie>;

@@ -20,7 +20,6 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
-#include <strings.h>
 
 namespace Qv {
 namespace StringBlocks {
@@ -30,10 +29,18 @@ OLE_API uint32_t powerOfTwoAbove(uint32_t need) noexcept;
 OLE_API void* allocate(std::size_t headerBytes, std::size_t charBytes, uint32_t capacity);
 OLE_API void release(void* block) noexcept;
 
-inline int compareText(const char* a, const char* b) noexcept { return std::strcmp(a, b); }
-inline int compareText(const wchar_t* a, const wchar_t* b) noexcept { return std::wcscmp(a, b); }
-inline std::size_t textLength(const char* s) noexcept { return std::strlen(s); }
-inline std::size_t textLength(const wchar_t* s) noexcept { return std::wcslen(s); }
+inline int compareText(const char* a, const char* b) noexcept {
+    return std::strcmp(a, b);
+}
+inline int compareText(const wchar_t* a, const wchar_t* b) noexcept {
+    return std::wcscmp(a, b);
+}
+inline std::size_t textLength(const char* s) noexcept {
+    return std::strlen(s);
+}
+inline std::size_t textLength(const wchar_t* s) noexcept {
+    return std::wcslen(s);
+}
 }  // namespace StringBlocks
 }  // namespace Qv
 
@@ -262,8 +269,12 @@ public:
         if (a.size() != b.size()) return false;
         return std::memcmp(a.c_str(), b.c_str(), a.size() * sizeof(CharT)) == 0;
     }
-    friend bool operator!=(const LightweightString& a, const LightweightString& b) noexcept { return !(a == b); }
-    friend bool operator==(const LightweightString& a, const CharT* b) noexcept { return compare(a.c_str(), b) == 0; }
+    friend bool operator!=(const LightweightString& a, const LightweightString& b) noexcept {
+        return !(a == b);
+    }
+    friend bool operator==(const LightweightString& a, const CharT* b) noexcept {
+        return compare(a.c_str(), b) == 0;
+    }
     friend bool operator!=(const LightweightString& a, const CharT* b) noexcept { return !(a == b); }
     friend bool operator<(const LightweightString& a, const LightweightString& b) noexcept {
         return compare(a.c_str(), b.c_str()) < 0;
@@ -317,10 +328,8 @@ private:
 
 namespace Qv {
 // Orders narrow strings by strcasecmp of their texts (a null string is ""), for case-insensitive maps.
-struct caseInsensitiveCompare {
-    bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const noexcept {
-        return ::strcasecmp(a.c_str(), b.c_str()) < 0;
-    }
+struct OLE_API caseInsensitiveCompare {
+    bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const noexcept;
 };
 }  // namespace Qv
 using Qv::caseInsensitiveCompare;

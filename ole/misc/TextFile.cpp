@@ -1,10 +1,13 @@
 #include <ole/misc/TextFile.h>
 
+#include <ole/platform/Assert.h>
 #include <ole/platform/OS.h>
 
 #include <string>
 
-TextFile::TextFile(const LightweightString<wchar_t>& path) { load(path); }
+TextFile::TextFile(const LightweightString<wchar_t>& path) {
+    load(path);
+}
 
 bool TextFile::load(const LightweightString<wchar_t>& path) {
     path_ = path;
@@ -47,7 +50,9 @@ bool TextFile::save(const LightweightString<wchar_t>& path) const {
     return OS()->fileSystem()->writeAtomically(path.c_str(), content.c_str(), content.size());
 }
 
-bool TextFile::save() const { return save(path_); }
+bool TextFile::save() const {
+    return save(path_);
+}
 
 void TextFile::insertLine(unsigned index, const Line& line) {
     lines_.insert(lines_.begin() + (index < lines_.size() ? index : lines_.size()), line);
@@ -60,4 +65,11 @@ void TextFile::removeLine(unsigned index) {
 const TextFile::Line& TextFile::operator[](unsigned index) const {
     static const Line kEmpty;
     return index < lines_.size() ? lines_[index] : kEmpty;
+}
+
+TextFile::Line& TextFile::operator[](unsigned index) {
+    if (QV_ASSERT_AT(index < lines_.size(), "ole/misc/TextFile", 67)) return lines_[index];
+    static thread_local Line scratch;
+    scratch = Line();
+    return scratch;
 }
