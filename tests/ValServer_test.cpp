@@ -182,18 +182,7 @@ TEST(MultiValClient, FollowsServersAndTheirManagersBatches) {
 
 }  // namespace
 
-// Every value type the editor serves and follows must keep compiling.
-template class ValServer<int>;
-template class ValServer<unsigned int>;
-template class ValServer<LightweightString<wchar_t>>;
+// Servers and clients of whole values, cookies included.
 template class ValServer<Cookie>;
-template class ValClient<bool>;
-template class ValClient<int>;
-template class ValClient<unsigned int>;
-template class ValClient<LightweightString<wchar_t>>;
-template class ValClient<long>;
-template class ValClient<unsigned long>;
-template class ValClient<float>;
-template class ValClient<double>;
-template class ValClient<LightweightString<char>>;
 template class ValClient<Cookie>;
+template class ValClient<LightweightString<char>>;
