@@ -168,7 +168,7 @@ double string_to_tc(const char* text, Qv::FrameRate rate, bool dropFrame) {
     const double fps = Qv::getFramesPerSecond(rate);
     if (!(fps > 0.0)) return 0.0;
 
-    int h, m, s, f;
+    int h = 0, m = 0, s = 0, f = 0;
     if (scanTimecode(text, true, h, m, s, f)) {
         // A negative time is always counted without dropped labels.
         if (dropFrame) DebugOut("string_to_tc: error negative timecode\n");
@@ -216,7 +216,7 @@ Parsed<TimecodeReading> parseTimecodeString(const char* text, Qv::FrameRate rate
         for (value = 0; n < most && *p >= '0' && *p <= '9'; ++n) value = value * 10 + (*p++ - '0');
         return n >= least;
     };
-    int h, m, s, f;
+    int h = 0, m = 0, s = 0, f = 0;
     char separator = '\0';
     const bool shaped = digits(1, 2, h) && *p++ == ':' && digits(2, 2, m) && *p++ == ':' && digits(2, 2, s) &&
                         *p && std::strchr(".:;,", separator = *p++) && digits(2, 2, f);
