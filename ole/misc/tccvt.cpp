@@ -246,8 +246,7 @@ Parsed<TimecodeReading> parseTimecodeString(const char* text, Qv::FrameRate rate
     if (drop && m % 10 != 0 && s == 0 && f < 2)
         return Result::refuse(
             "does not exist in drop-frame timecode (frames 00 and 01 are skipped at the start of every "
-            "minute "
-            "not divisible by ten)");
+            "minute not divisible by ten)");
     if (drop && negative) return Result::refuse("is negative, and drop-frame timecode has no negative times");
     return Result::accept({string_to_tc(text, rate, drop), drop});
 }
