@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 #include <vector>
 
 namespace oletool {
@@ -120,7 +122,27 @@ std::string render(const Value& v) {
     return out;
 }
 
+namespace {
+bool stdoutClosed = false;
+}  // namespace
+
+void guardStandardOutput() {
+    if (::fcntl(STDOUT_FILENO, F_GETFD) != -1) return;
+    stdoutClosed = true;
+    const int fd = ::open("/dev/null", O_WRONLY);
+    if (fd >= 0 && fd != STDOUT_FILENO) {
+        ::dup2(fd, STDOUT_FILENO);
+        ::close(fd);
+    }
+}
+
+bool standardOutputOpen() {
+    return !stdoutClosed;
+}
+
 void writeOut(const std::string& text) {
+    if (stdoutClosed && !text.empty())
+        throw InputError(std::string("cannot write to standard output: ") + std::strerror(EBADF));
     errno = 0;
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (std::fflush(stdout) != 0 || !written || std::ferror(stdout)) {

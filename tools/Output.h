@@ -46,6 +46,11 @@ void print(const Value& v, bool json);
 void print(const Value& v, bool json, const std::string& text);
 // Writes text as it is on standard output and flushes it; InputError when it does not get there.
 void writeOut(const std::string& text);
+// Called first thing: a closed standard output is taken by /dev/null, so that no file the tool opens
+// gets its descriptor and receives the answer, and any later write to it counts as failed.
+void guardStandardOutput();
+// False when standard output was closed at start-up.
+bool standardOutputOpen();
 
 // `text` with line breaks and tabs written as \n, \r and \t, so that it keeps to its line of text output.
 std::string oneLine(std::string text);

@@ -34,11 +34,13 @@ void checkCommandWords(const CLI::App& app, int argc, char** argv) {
 }
 
 // Everything the tool prints goes through standard output's buffer; an answer that did not all reach its
-// destination is a failure.
-int checkOutput(int status) {
+// destination is a failure. `printed`: the answer was written outside writeOut (help and version).
+int checkOutput(int status, bool printed) {
     errno = 0;
-    if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)) return status;
-    const int error = errno;
+    if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout) &&
+        (oletool::standardOutputOpen() || !printed))
+        return status;
+    const int error = oletool::standardOutputOpen() ? errno : EBADF;
     std::fprintf(stderr, "ole: cannot write to standard output: %s\n", std::strerror(error ? error : EIO));
     return 1;
 }
@@ -46,6 +48,7 @@ int checkOutput(int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    oletool::guardStandardOutput();
     CLI::App app{
         "Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
         "configb files and editor preferences.",
@@ -72,7 +75,7 @@ int main(int argc, char** argv) {
         checkCommandWords(app, argc, argv);
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
-        return checkOutput(app.exit(e));  // --help, --version
+        return checkOutput(app.exit(e), true);  // --help, --version
     } catch (const CLI::ParseError& e) {
         std::fprintf(stderr, "ole: %s\nRun 'ole --help' for usage.\n", e.what());
         return 2;
@@ -83,5 +86,5 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "ole: %s\n", e.what());
         return 1;
     }
-    return checkOutput(0);
+    return checkOutput(0, false);
 }
