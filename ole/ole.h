@@ -23,6 +23,7 @@
 #include <ole/Qv/QvLokiSingleton.h>
 #include <ole/Qv/QvPooledObject.h>
 #include <ole/Qv/Command.h>
+#include <ole/Qv/Parsed.h>
 
 // Runtime pieces on the core strings
 #include <ole/runtime/Log.h>
@@ -68,6 +69,7 @@
 #include <ole/misc/FrameRate.h>
 #include <ole/misc/ProjectRate.h>
 #include <ole/misc/filmgauge.h>
+#include <ole/misc/tc_addr.h>
 #include <ole/misc/tccvt.h>
 #include <ole/misc/time_def.h>
 #include <ole/misc/outputformat.h>

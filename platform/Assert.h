@@ -30,3 +30,8 @@ OLE_API void reportFatalError(const char* text);
 OLE_API FatalErrorReporter setFatalErrorReporter(FatalErrorReporter reporter);
 
 }  // namespace Qv
+
+// Checks `cond` and prints the assertion line with the condition's own text when it fails; evaluates to
+// whether it held. The source and line are given as written, e.g. QV_ASSERT_AT(n > 0, "ole/misc/x", 42),
+// so that the printed line stays the same when the file around it changes.
+#define QV_ASSERT_AT(cond, source, line) ::Qv::check(static_cast<bool>(cond), #cond, source, line)

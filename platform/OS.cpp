@@ -286,8 +286,10 @@ FileStatus FileSystem::replaceFile(const wchar_t* path, const void* data, std::s
     }
     OSFile file(fd);
     const auto discard = [&](FileStatus status) {
+        const int error = errno;  // the caller's reason, not the clean-up's
         file.close();
         if (!tempName.empty()) ::unlink(tempName.c_str());
+        errno = error;
         return status;
     };
     // Owner and group first: changing them clears set-id bits that the mode then puts back.

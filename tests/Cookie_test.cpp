@@ -277,3 +277,28 @@ TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
     EXPECT_FALSE(Cookie::hasLocalMachineNumber());
     EXPECT_EQ(Cookie::getLocalMachineNumber(), 1);
 }
+
+TEST(CookieStrict, ReadingAndWellFormednessSayWhyNot) {
+    const struct {
+        const char* text;
+        const char* readRefusal;  // null: reads as a cookie
+        bool wellFormed;
+    } rows[] = {
+        {"P00B002S", nullptr, true},
+        {"p00B002S", nullptr, false},  // the editor reads it, the check refuses it
+        {"P(0B002S", nullptr, true},
+        {"P00B002", "8 or 40 characters", false},
+        {"A00B002S", "does not start with a type", false},
+        {"P 0B002S", "machine code", false},
+        {"G00-1D153E8D-61E0-4AB7-A921-7729CD364C42", nullptr, true},
+        {"A00-1D153E8D-61E0-4AB7-A921-7729CD364C42", "does not start with a type", false},
+        {"G00-1D153E8D-61E0-4ZB7-A921-7729CD364C42", "no UUID", false},  // passes isValid alone
+    };
+    for (const auto& r : rows) {
+        const Parsed<Cookie> read = Cookie::parse(r.text);
+        EXPECT_EQ(read.ok(), r.readRefusal == nullptr) << r.text;
+        EXPECT_EQ(read.value, Cookie(r.text, true)) << r.text;
+        EXPECT_TRUE(!r.readRefusal || read.refusal.find(r.readRefusal) != std::string::npos) << read.refusal;
+        EXPECT_EQ(Cookie::parseWellFormed(r.text).ok(), r.wellFormed) << r.text;
+    }
+}

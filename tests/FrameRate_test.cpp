@@ -63,3 +63,25 @@ TEST(FrameRateText, UnknownTextAndValues) {
                   "assertion failed rate == FR24 at ole/misc/FrameRate line 133\n");
     }
 }
+
+TEST(FrameRateStrict, ReadsEveryTextFormAndKnowsTheFactsQuietly) {
+    const struct {
+        const char* text;
+        FrameRate rate;
+    } rows[] = {{"30M", FR30M},         {"29.97 fps", FR30M}, {"29.97", FR30M},   {"24 fps", FR24},
+                {"12", FR12},           {"12.5", FR12_5},     {"12 fps", FR24D2}, {"30m", FRInvalid},
+                {"29.97 f", FRInvalid}, {" fps", FRInvalid},  {"", FRInvalid},    {"24F", FR24F}};
+    for (const auto& r : rows) {
+        const Parsed<FrameRate> parsed = parseFrameRate(r.text);
+        EXPECT_EQ(parsed.value, r.rate) << r.text;
+        EXPECT_EQ(parsed.ok(), r.rate != FRInvalid) << r.text;
+    }
+    EXPECT_EQ(stdoutOf([] {
+                  for (int r = -1; r <= kLastFrameRate + 1; ++r) {
+                      const bool ticks = rateHasTicks(FrameRate(r)), fps = rateHasTrueFps(FrameRate(r));
+                      EXPECT_EQ(ticks, (r >= 1 && r <= 10) || (r >= 35 && r <= 47 && r != FR12_5)) << r;
+                      EXPECT_EQ(fps, r >= 1 && r <= 47 && (r < FR24F || r > FR48F)) << r;
+                  }
+              }),
+              "");
+}

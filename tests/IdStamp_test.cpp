@@ -122,3 +122,18 @@ TEST(IdStampStream, PackAndUnpack) {
     read.unpack(in, 2);
     EXPECT_FALSE(quiet.contains("WARNING"));
 }
+
+TEST(IdStampStrict, SeventeenToTwentyFourHexDigitsWithATime) {
+    const struct {
+        const char* text;
+        const char* refusal;  // null: accepted
+    } rows[] = {{"0000002A0123ABCD1F", nullptr},       {"0000002a0123abcd0", nullptr},
+                {"0000002A0123ABCDFFFFFFFF", nullptr}, {"0000002A0123ABCD", "17 to 24"},
+                {"0000002A0123ABCDZ", "17 to 24"},     {"0000002A00000000F", "time is zero"}};
+    for (const auto& r : rows) {
+        const Parsed<IdStamp> parsed = IdStamp::parse(r.text);
+        EXPECT_EQ(parsed.ok(), r.refusal == nullptr) << r.text;
+        EXPECT_TRUE(!r.refusal || parsed.refusal.find(r.refusal) != std::string::npos) << parsed.refusal;
+        EXPECT_EQ(parsed.value == IdStamp(r.text), r.refusal == nullptr) << r.text;
+    }
+}

@@ -1,5 +1,7 @@
 #include <ole/misc/Notifier.h>
 
+#include <ole/misc/Cookie.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -319,3 +321,7 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
 }
 
 }  // namespace
+
+// Value events carry whole values, cookies included.
+template class NotifierEx<Cookie>;
+template class NotifierEx<LightweightString<wchar_t>>;

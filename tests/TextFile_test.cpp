@@ -88,3 +88,15 @@ TEST(TextFile, MissingOrUnwritableFilesFailQuietly) {
 }
 
 }  // namespace
+
+TEST(TextFile, WritingPastTheEndIsReportedAndChangesNothing) {
+    TextFile file;
+    file.appendLine("one");
+    file[0] = "first";
+    testing::internal::CaptureStdout();
+    file[3] = "lost";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "assertion failed index < lines_.size() at ole/misc/TextFile line 67\n");
+    EXPECT_EQ(file.size(), 1u);
+    EXPECT_EQ(file[0], "first");
+}

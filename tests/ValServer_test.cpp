@@ -1,6 +1,7 @@
 #include <ole/misc/ValServer.h>
 
 #include "support/StdoutCapture.h"
+#include <ole/misc/Cookie.h>
 
 #include <gtest/gtest.h>
 
@@ -88,10 +89,10 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
         EXPECT_TRUE(c.log.empty());
         EXPECT_TRUE(s.updateAndNotify(42));
         EXPECT_EQ(c.log, (Log{"post:10"}));
-        s.setManager(&first);
-        EXPECT_TRUE(first.detached.empty());
-        s.setManager(&second);
+        s.setManager(&first);  // the same manager again still detaches first
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s}));
+        s.setManager(&second);
+        EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s, &s}));
     }
     EXPECT_EQ(second.detached, gone);
 }
@@ -181,3 +182,8 @@ TEST(MultiValClient, FollowsServersAndTheirManagersBatches) {
 }
 
 }  // namespace
+
+// Servers and clients of whole values, cookies included.
+template class ValServer<Cookie>;
+template class ValClient<Cookie>;
+template class ValClient<LightweightString<char>>;

@@ -119,3 +119,30 @@ TEST(EffectCookies, BuiltInIdentifiers) {
     for (int i = 0; i < 7; ++i) EXPECT_STREQ(cookies[i]->asString(true).c_str(), texts[i]);
     EXPECT_TRUE(video_dissolve.isDissolve() && film_dissolve.isFilmDissolve() && !video_mix50.isDissolve());
 }
+
+TEST(FilmStrict, GaugesCodesAndFootageSayWhyNot) {
+    EXPECT_EQ(parseFilmGauge("16MM INK").value, FILM_16MM_INK);
+    EXPECT_EQ(parseFilmGauge("f353").value, FILM_35MM_3PERF);
+    EXPECT_EQ(parseFilmGauge("16").value, FILM_16MM);
+    EXPECT_EQ(parseFilmGauge("INVALID").value, FILM_INVALID);
+    EXPECT_FALSE(parseFilmGauge("70mm").ok());
+    EXPECT_TRUE(parseTvStandard("ND").ok());
+    EXPECT_FALSE(parseTvStandard("p").ok());
+
+    const struct {
+        const char* text;
+        film_gauge gauge;
+        int frames;           // when accepted
+        const char* refusal;  // null: accepted
+    } rows[] = {
+        {"12.05", FILM_35MM, 197, nullptr},           {" - 1+01 ", FILM_35MM, -17, nullptr},
+        {"1.01", FILM_35MM_3PERF, 22, nullptr},       {"1.16", FILM_35MM, 0, "35mm film has no frame 16"},
+        {"1.", FILM_35MM, 0, "is not footage"},       {"1.01x", FILM_35MM, 0, "is not footage"},
+        {"1.01", FILM_INVALID, 0, "gauge is invalid"}};
+    for (const auto& r : rows) {
+        const Parsed<int> parsed = parseFootage(r.text, r.gauge);
+        EXPECT_EQ(parsed.value, r.frames) << r.text;
+        EXPECT_TRUE(r.refusal ? parsed.refusal.find(r.refusal) != std::string::npos : parsed.ok())
+            << parsed.refusal;
+    }
+}

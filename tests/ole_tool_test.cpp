@@ -218,7 +218,8 @@ TEST_F(OleTool, CookiesAndIdStamps) {
     EXPECT_EQ(check.out, "P00B002S: well-formed\n");
     EXPECT_EQ(check.err,
               "ole: 'p00B002S' is not a well-formed cookie text (the editor reads it as P00B002S)\n");
-    EXPECT_EQ(ole({"cookie", "check", "P00-E9D99A1F-73D2-4XD3-B417-825F6B9CF8AF"}).status, 0);
+    EXPECT_EQ(ole({"cookie", "check", "P00-E9D99A1F-73D2-4XD3-B417-825F6B9CF8AF"}).status,
+              1);  // reads as no cookie: refused
     EXPECT_EQ(oleJson({"cookie", "check", "G00-E9D99A1F-73D2-43D3-B417-825F6B9CF8AF"})[0]["well_formed"],
               true);
 
@@ -443,6 +444,53 @@ TEST_F(OleTool, ExitStatuses) {
     }
     for (const auto& f : files) EXPECT_EQ(oletest::readFile(dir + "/" + f.name), f.content) << f.name;
     EXPECT_EQ(oletest::readFile(home + "/config/Quorvane/user.cfg"), userCfg);
+}
+
+// --- failures: one row per bad command line ---------------------------------------------------------------
+
+TEST(OleToolFailures, ExitStatusAndMessageNameTheFault) {
+#ifndef OLE_TOOL_PATH
+    GTEST_SKIP() << "the ole tool is not built (OLE_BUILD_TOOLS=OFF)";
+#else
+    const struct {
+        const char* command;  // arguments and redirections, as the shell reads them
+        int status;
+        const char* message;  // a piece of standard error
+    } rows[] = {
+        {"cookie new >/dev/full", 1, "No space left on device; the cookies made were "},
+        {"rates >&-", 1, "ole: cannot write to standard output"},
+        {"rates '' >/dev/null", 2, "rate: the value is empty"},
+        {"formats '' >/dev/null", 2, "format: the value is empty"},
+        {"formats --project-rate '' >/dev/null", 2, "--project-rate: the value is empty"},
+        {"rates --group '' >/dev/null", 2, "--group: the value is empty"},
+        {"footage --gauge '' --frames 1 >/dev/null", 2, "--gauge: the value is empty"},
+        {"cookie new --type S --version '' >/dev/null", 2, "--version: the value is empty"},
+        {"config set f.cfg Z 1 --type '' >/dev/null", 2, "--type: the value is empty"},
+        {"timecode --rate 25 --seconds '' >/dev/null", 2, "--seconds"},
+        {"footage --frames '' >/dev/null", 2, "--frames"},
+        {"nosuch >/dev/null", 2, "unknown command 'nosuch'"},
+        {"cookie nosuch >/dev/null", 2, "unknown command 'cookie nosuch'"},
+        {"config set /nonexistent/f.cfg Z 1 --create >/dev/null", 1, "'/nonexistent/f.cfg': No such file"},
+        {"formats '4|0|1|-1920|1080|8|2|3|25fps' >/dev/null", 1, "has a width of -1920"},
+        {"formats '4|0|9|1920|1080|8|2|3|25fps' >/dev/null", 1, "has an unknown scan mode 9"},
+        {"formats '4|0|1|1920|1080|8|9|3|25fps' >/dev/null", 1, "has an unknown aspect code 9"},
+        {"formats '4|0|1|0|0|8|2|3|25fps' >/dev/null", 1, "has a width of 0"},
+        {"cookie check A00-1D153E8D-61E0-4AB7-A921-7729CD364C42 >/dev/null", 1, "does not start with a type"},
+        {"printf '[EditorPreferences]\\n A=1\\n' >p.txt; $OLE prefs import p.txt", 1, "may not start or end"},
+        {"printf '[EditorPreferences]\\nA=1\\0002\\n' >p.txt; $OLE prefs import p.txt", 1, "NUL byte"},
+    };
+    for (const auto& row : rows) {
+        const std::string dir = oletest::makeTempDir("failures");
+        std::string command = row.command;
+        if (command.find("$OLE") == std::string::npos) command = "$OLE " + command;
+        const std::string script = "cd '" + dir + "' && export QUORVANE_HOME='" + dir +
+                                   "' OLE='" OLE_TOOL_PATH "' && { " + command + "; } 2>'" + dir + "/err'";
+        const int status = std::system(script.c_str());
+        const std::string err = oletest::readFile(dir + "/err");
+        EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, row.status) << row.command << "\n" << err;
+        EXPECT_NE(err.find(row.message), std::string::npos) << row.command << "\n" << err;
+    }
+#endif
 }
 
 }  // namespace

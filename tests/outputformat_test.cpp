@@ -128,3 +128,22 @@ TEST(OutputFormats, AllowedFormatsForEachProjectRate) {
     getAllowedOutputFormatsForProjectFrameRate(FR48, rows);
     EXPECT_EQ(rows, (V{99, 20}));  // appended
 }
+
+TEST(OutputFormatStrict, OnlyTheWrittenFormsWithinTheirDomain) {
+    const struct {
+        const char* text;
+        const char* refusal;  // null: accepted
+    } rows[] = {
+        {"4|0|1|1920|1080|8|2|3|25fps", nullptr},     {"4|0|1|1920|1080|8|2|3|25fps|28", nullptr},
+        {"4|0|1|1920|1080|8|2|3", nullptr},           {"4|0|1|01920|1080|8|2|3|25fps", "not an output"},
+        {"4|0|1|1920|1080|8|2|3|25fps|x", "not an"},  {"16|0|1|1920|1080|8|2|3|x", "format type 16"},
+        {"4|0|9|1920|1080|8|2|3|x", "scan mode 9"},   {"4|0|1|-1920|1080|8|2|3|x", "width of -1920"},
+        {"4|0|1|0|0|8|2|3|x", "width of 0"},          {"4|0|1|1920|1080|0|2|3|x", "depth of 0"},
+        {"4|0|1|1920|1080|8|9|3|x", "aspect code 9"}, {"4|0|1|1920|1080|8|2|48|x", "frame rate 48"}};
+    for (const auto& r : rows) {
+        const Parsed<Details> parsed = Details::parse(r.text);
+        EXPECT_EQ(parsed.ok(), r.refusal == nullptr) << r.text << ": " << parsed.refusal;
+        EXPECT_TRUE(!r.refusal || parsed.refusal.find(r.refusal) != std::string::npos) << parsed.refusal;
+    }
+    EXPECT_TRUE(Details::parse("4|0|1|1920|1080|8|2|3|25fps").value == getFormat(12));
+}

@@ -173,3 +173,43 @@ TEST(TimecodeSeconds, WallClockTextIsTheCLibraryForm) {
     oldTz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
     tzset();
 }
+
+TEST(StrictTimecode, AcceptsTheWrittenShapesAndSaysWhyNot) {
+    struct Row {
+        const char* text;
+        FrameRate rate;
+        bool drop;
+        const char* refusal;  // null: accepted
+        bool readAsDrop;
+    };
+    const Row rows[] = {
+        {"01:02:03.12", FR25, false, nullptr, false},
+        {"-00:00:01.13", FR25, false, nullptr, false},
+        {"00:01:00;02", FR30M, false, nullptr, true},  // the separator alone makes it drop frame
+        {"00:01:00.02", FR30M, true, nullptr, true},
+        {"", FR25, false, "is empty", false},
+        {"1:2:3.4", FR25, false, "is not timecode", false},
+        {"24:00:00.00", FR25, false, "more than 23 hours", false},
+        {"00:60:00.00", FR25, false, "more than 59 minutes", false},
+        {"00:00:00.25", FR25, false, "frame 25; frames run from 00 to 24", false},
+        {"00:01:00;01", FR30M, false, "does not exist in drop-frame", false},
+        {"-00:00:01;00", FR30M, false, "no negative times", false},
+        {"00:00:01;00", FR25, false, "29.97 fps (30M), not 25", false},
+        {"00:00:01.00", FR24D2, false, "no timecode of its own", false},
+        {"00:00:01.00", FR120, false, "pass two digits", false},
+    };
+    for (const Row& r : rows) {
+        const auto parsed = parseTimecodeString(r.text, r.rate, r.drop);
+        if (!r.refusal) {
+            ASSERT_TRUE(parsed.ok()) << r.text << ": " << parsed.refusal;
+            EXPECT_EQ(parsed.value.dropFrame, r.readAsDrop) << r.text;
+            EXPECT_EQ(parsed.value.seconds, string_to_tc(r.text, r.rate, r.readAsDrop)) << r.text;
+        } else {
+            EXPECT_NE(parsed.refusal.find(r.refusal), std::string::npos) << r.text << ": " << parsed.refusal;
+        }
+    }
+    EXPECT_EQ(stdoutOf([] { (void)parseTimecodeString("00:00:01.00", FRInvalid, false); }), "");
+    EXPECT_EQ(framesPerDay(FR25, false), 25 * 86400);
+    EXPECT_EQ(framesPerDay(FR30M, true), DropFrame::kFramesPerDay);
+    EXPECT_EQ(framesPerDay(FR24D2, false), 12 * 86400);
+}

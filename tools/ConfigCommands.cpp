@@ -244,9 +244,9 @@ ConfigEntryT makeEntry(const std::string& text, const std::string& tag) {
             throw InputError("value: " + quote(text) + " is not true or false");
         record.set("v", text == "true");
     } else if (tag == "cookie") {
-        record.set("v", parseCookie(text));
+        record.set("v", accepted(Cookie::parse(text.c_str()), text));
     } else if (tag == "IdStamp") {
-        record.set("v", parseIdStamp(text));
+        record.set("v", accepted(IdStamp::parse(text.c_str()), text));
     } else if (tag == "textdata") {
         record.set("v", strp_field(text.c_str()));
     } else {
@@ -263,9 +263,9 @@ std::string entryLine(const std::string& name, const std::string& tag, const std
 
 Value entryValue(const Entry& e) {
     Value v = Value::object();
-    v.set("name", e.name);
-    v.set("type", typeOfTag(e.tag));
-    v.set("value", e.value);
+    v["name"] = e.name;
+    v["type"] = typeOfTag(e.tag);
+    v["value"] = e.value;
     return v;
 }
 
@@ -303,15 +303,12 @@ const Entry& findEntry(const ConfigFile& file, const std::string& name) {
 void show(const ConfigOptions& o) {
     const ConfigFile file = load(o);
     Value entries = Value::array();
-    for (const Entry& e : file.entries()) entries.add(entryValue(e));
-    if (o.json) {
-        Value out = Value::object();
-        out.set("file", o.file);
-        out.set("end", o.end);
-        out.set("entries", std::move(entries));
-        return print(out, true);
-    }
-    if (!file.entries().empty()) print(entries, false);
+    for (const Entry& e : file.entries()) entries.push_back(entryValue(e));
+    Value out = Value::object();
+    out["file"] = o.file;
+    out["end"] = o.end;
+    out["entries"] = entries;
+    print(out, o.json, entries.empty() ? "" : render(entries));
 }
 
 void get(const ConfigOptions& o) {
@@ -319,8 +316,7 @@ void get(const ConfigOptions& o) {
     const Entry& e = findEntry(file, o.name);
     if (!o.type.empty() && e.tag != tagOfType(o.type))
         throw InputError("entry " + quote(e.name) + " is " + typeOfTag(e.tag) + ", not " + o.type);
-    if (o.json) return print(entryValue(e), true);
-    std::printf("%s\n", e.value.c_str());
+    print(entryValue(e), o.json, e.value + "\n");
 }
 
 void set(const ConfigOptions& o) {
@@ -351,12 +347,11 @@ void set(const ConfigOptions& o) {
         save(file);
     }
     Value out = Value::object();
-    out.set("name", name);
-    out.set("type", typeOfTag(tag));
-    out.set("value", value);
-    out.set("changed", changed);
-    if (o.json) return print(out, true);
-    std::printf("%s%s\n", entryLine(name, tag, value).c_str(), changed ? "" : " (unchanged)");
+    out["name"] = name;
+    out["type"] = typeOfTag(tag);
+    out["value"] = value;
+    out["changed"] = changed;
+    print(out, o.json, entryLine(name, tag, value) + (changed ? "" : " (unchanged)") + "\n");
 }
 
 void remove(const ConfigOptions& o) {
@@ -365,13 +360,10 @@ void remove(const ConfigOptions& o) {
     const Entry e = findEntry(file, o.name);
     file.removeLine(e.line);
     save(file);
-    if (o.json) {
-        Value out = Value::object();
-        out.set("name", e.name);
-        out.set("removed", true);
-        return print(out, true);
-    }
-    std::printf("removed %s\n", e.name.c_str());
+    Value out = Value::object();
+    out["name"] = e.name;
+    out["removed"] = true;
+    print(out, o.json, "removed " + e.name + "\n");
 }
 
 }  // namespace
@@ -395,7 +387,7 @@ void addConfigCommands(CLI::App& app) {
     auto g = std::make_shared<ConfigOptions>();
     CLI::App* getCmd = config->add_subcommand("get", "Print the value of one entry");
     common(getCmd, *g, true);
-    getCmd->add_option("--type", g->type, "Fail unless the entry has this type");
+    getCmd->add_option("--type", g->type, "Fail unless the entry has this type")->check(NonEmpty);
     getCmd->callback([g] { get(*g); });
 
     auto t = std::make_shared<ConfigOptions>();
@@ -403,7 +395,7 @@ void addConfigCommands(CLI::App& app) {
         config->add_subcommand("set", "Set one entry, adding it before the end line if it is new");
     common(setCmd, *t, true);
     setCmd->add_option("value", t->value, "The value, checked against --type")->required();
-    setCmd->add_option("--type", t->type, types);
+    setCmd->add_option("--type", t->type, types)->check(NonEmpty);
     setCmd->add_flag("--create", t->create, "Create the file when it does not exist");
     setCmd->callback([t] { set(*t); });
 

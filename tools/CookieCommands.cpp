@@ -70,7 +70,7 @@ Value newCookies(const NewCookieOptions& o) {
     for (int i = 0; i < count; ++i) {
         const Cookie c = jar.makeCookie(type, o.uuid ? Cookie::eUUID : Cookie::eSerial, version);
         if (!c.valid()) throw InputError("could not make a cookie of type " + o.type);
-        cookies.add(cookieText(c));
+        cookies.push_back(cookieText(c));
     }
     jar.flush();
     // The jar marks the run as not yet ended; this one ended normally.
@@ -80,7 +80,7 @@ Value newCookies(const NewCookieOptions& o) {
                          " (see the warning above); no cookies are given, as they could repeat");
 
     Value out = Value::object();
-    out.set("cookies", std::move(cookies));
+    out["cookies"] = std::move(cookies);
     return out;
 }
 
@@ -105,30 +105,30 @@ Value builtInEffect(const Cookie& c) {
 }
 
 Value showCookie(const std::string& text) {
-    const Cookie c = parseCookie(text);
+    const Cookie c = accepted(Cookie::parse(text.c_str()), text);
     Value out = Value::object();
-    out.set("text", text);
-    out.set("canonical", cookieText(c));
-    out.set("well_formed", Cookie::isValid(text.c_str()));
-    out.set("form", c.isUUID() ? "uuid" : "short");
-    out.set("type", std::string(1, c.getType()));
-    out.set("version", unsigned(c.getVersion()));
+    out["text"] = text;
+    out["canonical"] = cookieText(c);
+    out["well_formed"] = Cookie::parseWellFormed(text.c_str()).ok();
+    out["form"] = c.isUUID() ? "uuid" : "short";
+    out["type"] = std::string(1, c.getType());
+    out["version"] = unsigned(c.getVersion());
     if (c.isUUID()) {
         char uuid[40];
         c.getUUID().asString(uuid);
-        out.set("uuid", uuid);
+        out["uuid"] = uuid;
         return out;
     }
     const std::string canonical = cookieText(c);
-    out.set("machine", c.getMachineNumber());
-    out.set("machine_code", canonical.substr(1, 1) + canonical.substr(3, 1));
-    out.set("serial", c.getNumber());
-    out.set("serial_base36", canonical.substr(4, 4));
+    out["machine"] = c.getMachineNumber();
+    out["machine_code"] = canonical.substr(1, 1) + canonical.substr(3, 1);
+    out["serial"] = c.getNumber();
+    out["serial_base36"] = canonical.substr(4, 4);
     const Value effect = builtInEffect(c);
-    out.set("builtin_effect", effect);
+    out["builtin_effect"] = effect;
     if (c.isWipe()) {
-        out.set("wipe_type", c.wipeType());
-        out.set("wipe_direction", c.wipeDirection());
+        out["wipe_type"] = c.wipeType();
+        out["wipe_direction"] = c.wipeDirection();
     }
     return out;
 }
@@ -138,30 +138,30 @@ struct CheckOptions {
     bool json = false;
 };
 
-// Well-formedness as the library judges it; exits 1 when any text fails.
+// Well-formed texts: those that read as a cookie and pass the library's check, as 'cookie show' says.
+// Exits 1 when any text fails, each failure on its own line of standard error.
 void checkCookies(const CheckOptions& o) {
     Value results = Value::array();
-    bool allGood = true;
+    std::string wellFormed, faults;
     for (const std::string& text : o.texts) {
-        const bool good = Cookie::isValid(text.c_str());
-        const Cookie parsed(text.c_str(), true);
-        allGood = allGood && good;
+        const Parsed<Cookie> checked = Cookie::parseWellFormed(text.c_str());
+        const Parsed<Cookie> read = Cookie::parse(text.c_str());
         Value r = Value::object();
-        r.set("text", text);
-        r.set("well_formed", good);
-        r.set("reads_as", parsed.valid() ? Value(cookieText(parsed)) : Value());
-        results.add(std::move(r));
-        if (good) {
-            if (!o.json) std::printf("%s: well-formed\n", text.c_str());
+        r["text"] = text;
+        r["well_formed"] = checked.ok();
+        r["reads_as"] = read ? Value(cookieText(read.value)) : Value();
+        results.push_back(std::move(r));
+        if (checked) {
+            wellFormed += text + ": well-formed\n";
         } else {
-            std::fflush(stdout);
-            std::fprintf(
-                stderr, "ole: %s is not a well-formed cookie text%s\n", quote(text).c_str(),
-                parsed.valid() ? (" (the editor reads it as " + cookieText(parsed) + ")").c_str() : "");
+            faults += "ole: " + quote(text) + " " + checked.refusal +
+                      (read ? " (the editor reads it as " + cookieText(read.value) + ")" : "") + "\n";
         }
     }
-    if (o.json) print(results, true);
-    if (!allGood) throw AlreadyReported{};
+    print(results, o.json, wellFormed);
+    if (faults.empty()) return;
+    std::fputs(faults.c_str(), stderr);
+    throw AlreadyReported{};
 }
 
 struct IdStampOptions {
@@ -171,9 +171,10 @@ struct IdStampOptions {
 };
 
 // New identifiers: {"cookies": [...]} as JSON, or one per line for people and shell loops.
-void printList(const Value& out, const char* key, bool json) {
-    if (json) return print(out, true);
-    for (const Value& v : out.find(key)->elements()) std::printf("%s\n", v.asString().c_str());
+std::string listText(const Value& out, const char* key) {
+    std::string text;
+    for (const Value& v : out.at(key)) text += v.get<std::string>() + "\n";
+    return text;
 }
 
 Value showIdStamp(const IdStamp& stamp) {
@@ -184,13 +185,13 @@ Value showIdStamp(const IdStamp& stamp) {
     std::strftime(when, sizeof when, "%Y-%m-%dT%H:%M:%SZ", &utc);
 
     Value out = Value::object();
-    out.set("text", str(stamp.asString()));
-    out.set("machine", stamp.machineNum());
-    out.set("time_bits", stamp.timeBits());
-    out.set("created", when);
-    out.set("tick", stamp.tickCount());
-    out.set("magic", stamp.isMagic());
-    out.set("magic_type", unsigned(stamp.getMagicType()));
+    out["text"] = str(stamp.asString());
+    out["machine"] = stamp.machineNum();
+    out["time_bits"] = stamp.timeBits();
+    out["created"] = when;
+    out["tick"] = stamp.tickCount();
+    out["magic"] = stamp.isMagic();
+    out["magic_type"] = unsigned(stamp.getMagicType());
     return out;
 }
 
@@ -202,12 +203,24 @@ void addCookieCommands(CLI::App& app) {
 
     auto n = std::make_shared<NewCookieOptions>();
     CLI::App* make = cookie->add_subcommand("new", "Allocate new cookies from this user's cookie counter");
-    make->add_option("-t,--type", n->type, "Type letter: B C D E F G M O P R S T V (default G, a container)");
-    make->add_option("-v,--version", n->version, "Version 0..35 (default: the type's own, 1 for S, else 0)");
-    make->add_option("-n,--count", n->count, "How many (default 1)");
+    make->add_option("-t,--type", n->type, "Type letter: B C D E F G M O P R S T V (default G, a container)")
+        ->check(NonEmpty);
+    make->add_option("-v,--version", n->version, "Version 0..35 (default: the type's own, 1 for S, else 0)")
+        ->check(NonEmpty);
+    make->add_option("-n,--count", n->count, "How many (default 1)")->check(NonEmpty);
     make->add_flag("-u,--uuid", n->uuid, "Make UUID cookies (40 characters) instead of serial ones");
     addJsonFlag(make, n->json);
-    make->callback([n] { printList(newCookies(*n), "cookies", n->json); });
+    make->callback([n] {
+        const Value out = newCookies(*n);
+        try {
+            print(out, n->json, listText(out, "cookies"));
+        } catch (const InputError& e) {
+            // The cookies are taken from the counter either way; say which, so that none is lost unseen.
+            std::string made;
+            for (const Value& c : out.at("cookies")) made += (made.empty() ? "" : " ") + c.get<std::string>();
+            throw InputError(std::string(e.what()) + "; the cookies made were " + made);
+        }
+    });
 
     auto s = std::make_shared<std::pair<std::string, bool>>();
     CLI::App* show = cookie->add_subcommand("show", "Decode a cookie text into its fields");
@@ -231,22 +244,22 @@ void addCookieCommands(CLI::App& app) {
     idstamp->require_subcommand(1);
     auto in = std::make_shared<IdStampOptions>();
     CLI::App* make2 = idstamp->add_subcommand("new", "Make new IdStamps for this machine");
-    make2->add_option("-n,--count", in->count, "How many (default 1)");
+    make2->add_option("-n,--count", in->count, "How many (default 1)")->check(NonEmpty);
     addJsonFlag(make2, in->json);
     make2->callback([in] {
         const int count = int(parseInteger(in->count, "--count", 1, 10000));
         requireMachineNumber();
-        Value stamps = Value::array();
-        for (int i = 0; i < count; ++i) stamps.add(str(IdStamp().asString()));
         Value out = Value::object();
-        out.set("idstamps", std::move(stamps));
-        printList(out, "idstamps", in->json);
+        out["idstamps"] = Value::array();
+        for (int i = 0; i < count; ++i) out["idstamps"].push_back(str(IdStamp().asString()));
+        print(out, in->json, listText(out, "idstamps"));
     });
     auto is = std::make_shared<IdStampOptions>();
     CLI::App* show2 = idstamp->add_subcommand("show", "Decode an IdStamp text into its fields");
     show2->add_option("idstamp", is->text, "IdStamp text, 17 to 24 hexadecimal digits")->required();
     addJsonFlag(show2, is->json);
-    show2->callback([is] { print(showIdStamp(parseIdStamp(is->text)), is->json); });
+    show2->callback(
+        [is] { print(showIdStamp(accepted(IdStamp::parse(is->text.c_str()), is->text)), is->json); });
     idstamp->footer(
         "Examples:\n"
         "  ole idstamp new --count 2\n"

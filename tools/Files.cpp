@@ -26,9 +26,17 @@ std::string readWholeFile(const std::string& path) {
     throw InputError("cannot read " + quote(path) + ": it " + Qv::FileSystem::describe(status));
 }
 
+InputError writeError(const std::string& path) {
+    const int error = errno;
+    return InputError("cannot write " + quote(path) + ": " +
+                      (error ? std::strerror(error) : "the write failed"));
+}
+
 void writeWholeFile(const std::string& path, const std::string& content) {
+    errno = 0;
     const Qv::FileStatus status =
         OS()->fileSystem()->replaceFile(fromUTF8(path.c_str()).c_str(), content.data(), content.size());
+    if (status == Qv::FileStatus::kWriteFailed) throw writeError(path);
     if (status != Qv::FileStatus::kOk)
         throw InputError("cannot write " + quote(path) + ": it " + Qv::FileSystem::describe(status) +
                          "; the file is left as it was");

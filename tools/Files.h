@@ -8,6 +8,8 @@
 
 #include <ole/platform/OS.h>
 
+#include "Output.h"
+
 #include <string>
 #include <vector>
 
@@ -18,6 +20,8 @@ std::string readWholeFile(const std::string& path);
 // Replaces the file's content atomically, keeping its permissions; InputError when it cannot be written.
 void writeWholeFile(const std::string& path, const std::string& content);
 bool fileExists(const std::string& path);
+// "cannot write 'path': <the operating system's reason, from errno>".
+InputError writeError(const std::string& path);
 
 // The text split into lines without their line ends ("\n" or "\r\n").
 std::vector<std::string> splitLines(const std::string& text);

@@ -37,53 +37,20 @@ std::string footageText(int frames, film_gauge g, bool zeroPad) {
 Value footageRecord(int frames, film_gauge g, bool zeroPad) {
     const foot_num foot = frames_to_foot_num(std::abs(frames), g);
     Value record = Value::object();
-    record.set("gauge", film_gauge_to_str(g));
-    record.set("edl", film_gauge_to_edlstr(g));
-    record.set("frames", frames);
-    record.set("footage", footageText(frames, g, zeroPad));
-    record.set("feet", frames < 0 ? -foot.feet : foot.feet);
-    record.set("frame", foot.frame);
-    record.set("perfs", frames_to_perfs(frames, g));
+    record["gauge"] = film_gauge_to_str(g);
+    record["edl"] = film_gauge_to_edlstr(g);
+    record["frames"] = frames;
+    record["footage"] = footageText(frames, g, zeroPad);
+    record["feet"] = frames < 0 ? -foot.feet : foot.feet;
+    record["frame"] = foot.frame;
+    record["perfs"] = frames_to_perfs(frames, g);
     return record;
-}
-
-// [-]FEET[.FF] or [-]FEET+FF, blanks around allowed; the frame must exist in that foot of the gauge.
-int parseFootage(const std::string& text, film_gauge g) {
-    const auto bad = [&](const std::string& why) { return InputError("--feet: " + quote(text) + " " + why); };
-    std::size_t i = text.find_first_not_of(' ');
-    const std::size_t last = text.find_last_not_of(' ');
-    if (i == std::string::npos) throw bad("is not footage (expected FEET.FF)");
-    const std::string body = text.substr(i, last - i + 1);
-    std::size_t p = 0;
-    const bool negative = body[0] == '-';
-    if (negative) p = body.find_first_not_of(' ', 1);
-    const auto digits = [&](std::size_t maxDigits, long& value) {
-        std::size_t n = 0;
-        value = 0;
-        while (p < body.size() && n < maxDigits && body[p] >= '0' && body[p] <= '9')
-            value = value * 10 + (body[p++] - '0'), ++n;
-        return n;
-    };
-    long feet = 0, frame = 0;
-    if (p == std::string::npos || digits(7, feet) == 0) throw bad("is not footage (expected FEET.FF)");
-    if (p < body.size()) {
-        if (body[p] != '.' && body[p] != '+') throw bad("is not footage (expected FEET.FF)");
-        ++p;
-        if (digits(2, frame) == 0 || p != body.size()) throw bad("is not footage (expected FEET.FF)");
-    }
-
-    std::string buffer = (negative ? "-" : "") + std::to_string(feet) + "." + std::to_string(frame);
-    const int frames = feet_to_frames(buffer.data(), g);
-    const foot_num back = frames_to_foot_num(std::abs(frames), g);
-    if (back.feet != feet || back.frame != frame)
-        throw bad("names no frame: foot " + std::to_string(feet) + " of " + film_gauge_to_str(g) +
-                  " film has no frame " + std::to_string(frame));
-    return frames;
 }
 
 Value footage(const FootageOptions& o) {
     const bool hasGauge = !o.gauge.empty();
-    const film_gauge g = hasGauge ? parseGauge(o.gauge) : FILM_INVALID;
+    const film_gauge g =
+        hasGauge ? accepted(parseFilmGauge(o.gauge.c_str()), o.gauge, "--gauge") : FILM_INVALID;
     int frames = 0;
     if (!o.frames.empty()) {
         frames = int(parseInteger(o.frames, "--frames", -kMaxFrames, kMaxFrames));
@@ -91,7 +58,7 @@ Value footage(const FootageOptions& o) {
         if (!hasGauge)
             throw InputError(std::string(o.feet.empty() ? "--perfs" : "--feet") + " needs --gauge");
         if (!o.feet.empty()) {
-            frames = parseFootage(o.feet, g);
+            frames = accepted(parseFootage(o.feet.c_str(), g), o.feet, "--feet");
         } else {
             const int perfs = int(parseInteger(o.perfs, "--perfs", -kMaxFrames, kMaxFrames));
             frames = perfs_to_frames(perfs, g);
@@ -103,13 +70,10 @@ Value footage(const FootageOptions& o) {
     if (hasGauge) return footageRecord(frames, g, o.zeroPad);
 
     Value out = Value::object();
-    out.set("frames", frames);
-    Value gauges = Value::array();
-    for (int each = FILM_16MM; each < FILM_INVALID; ++each) {
-        Value record = footageRecord(frames, film_gauge(each), o.zeroPad);
-        gauges.add(std::move(record));
-    }
-    out.set("gauges", std::move(gauges));
+    out["frames"] = frames;
+    out["gauges"] = Value::array();
+    for (int each = FILM_16MM; each < FILM_INVALID; ++each)
+        out["gauges"].push_back(footageRecord(frames, film_gauge(each), o.zeroPad));
     return out;
 }
 
@@ -131,12 +95,12 @@ Value pulldown(const PulldownOptions& o, bool add) {
     const int n = int(parseInteger(o.frames, "FRAMES", 0, kMaxFrames));
 
     Value out = Value::object();
-    out.set("rate", rateName);
-    out.set("phase", phase);
-    out.set("film_frames", add ? n : remove_pulldown(n, rate, phase));
-    out.set("video_frames", add ? add_pulldown(n, rate, phase) : n);
-    out.set("film_cycle", filmCycle);
-    out.set("video_cycle", videoCycle);
+    out["rate"] = rateName;
+    out["phase"] = phase;
+    out["film_frames"] = add ? n : remove_pulldown(n, rate, phase);
+    out["video_frames"] = add ? add_pulldown(n, rate, phase) : n;
+    out["film_cycle"] = filmCycle;
+    out["video_cycle"] = videoCycle;
     return out;
 }
 
@@ -147,11 +111,13 @@ void addFootageCommands(CLI::App& app) {
     CLI::App* cmd =
         app.add_subcommand("footage", "Convert frame counts to feet+frames and perforations, and back");
     cmd->add_option("-g,--gauge", o->gauge,
-                    "Film gauge: 16mm, 35mm, \"16mm ink\", \"35mm 3-perf\" or F16, F35, F16R, F353");
+                    "Film gauge: 16mm, 35mm, \"16mm ink\", \"35mm 3-perf\" or F16, F35, F16R, F353")
+        ->check(NonEmpty);
     CLI::App* input = cmd->add_option_group("input", "What to convert (give exactly one)");
-    input->add_option("-f,--frames", o->frames, "Frame count (every gauge when --gauge is not given)");
-    input->add_option("--feet", o->feet, "Footage text FEET.FF (needs --gauge)");
-    input->add_option("--perfs", o->perfs, "Perforations (needs --gauge)");
+    input->add_option("-f,--frames", o->frames, "Frame count (every gauge when --gauge is not given)")
+        ->check(NonEmpty);
+    input->add_option("--feet", o->feet, "Footage text FEET.FF (needs --gauge)")->check(NonEmpty);
+    input->add_option("--perfs", o->perfs, "Perforations (needs --gauge)")->check(NonEmpty);
     input->require_option(1);
     cmd->add_flag("-z,--zero-pad", o->zeroPad, "Pad the feet with zeros to four digits");
     addJsonFlag(cmd, o->json);
@@ -169,13 +135,17 @@ void addFootageCommands(CLI::App& app) {
         CLI::App* sub =
             pd->add_subcommand(add ? "add" : "remove", add ? "Film frames to the video frames that carry them"
                                                            : "Video frames to the film frames they carry");
-        sub->add_option("frames", p->frames, add ? "Film frame count" : "Video frame count")->required();
+        sub->add_option("frames", p->frames, add ? "Film frame count" : "Video frame count")
+            ->required()
+            ->check(NonEmpty);
         sub->add_option("-r,--rate", p->rate,
                         "Video rate: 30, 30M, 60, 60M (4 film frames in 5) or 25, 50 (24 in 25)")
-            ->required();
+            ->required()
+            ->check(NonEmpty);
         sub->add_option(
-            "--phase", p->phase,
-            add ? "Film frames into the cycle (default 0)" : "Video frames into the cycle (default 0)");
+               "--phase", p->phase,
+               add ? "Film frames into the cycle (default 0)" : "Video frames into the cycle (default 0)")
+            ->check(NonEmpty);
         addJsonFlag(sub, p->json);
         sub->callback([p, add] { print(pulldown(*p, add), p->json); });
     }

@@ -1,289 +1,164 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
 
 namespace oletool {
 
-Value& Value::add(Value v) {
-    elements_.push_back(std::move(v));
-    return *this;
-}
-
-Value& Value::set(const std::string& key, Value v) {
-    for (Member& m : members_) {
-        if (m.first == key) {
-            m.second = std::move(v);
-            return *this;
-        }
-    }
-    members_.emplace_back(key, std::move(v));
-    return *this;
-}
-
-const Value* Value::find(const std::string& key) const {
-    for (const Member& m : members_)
-        if (m.first == key) return &m.second;
-    return nullptr;
-}
-
-std::string formatReal(double d) {
-    if (!std::isfinite(d)) return "null";
-    // Plain notation for ordinary magnitudes: %g only turns to it once the precision covers the digits
-    // before the point, so "3.6e+03" is passed over for "3600".
-    const bool plain = d == 0.0 || (std::fabs(d) >= 1e-4 && std::fabs(d) < 1e15);
-    char buffer[40];
-    for (int precision = 1; precision <= 17; ++precision) {
-        std::snprintf(buffer, sizeof buffer, "%.*g", precision, d);
-        if (std::strtod(buffer, nullptr) == d && (!plain || !std::strchr(buffer, 'e'))) break;
-    }
-    return buffer;
+Value number(double d) {
+    // Exact below 2^53: the whole value converts back without loss.
+    if (std::isfinite(d) && d == std::trunc(d) && std::fabs(d) < 9007199254740992.0) return (long long)d;
+    return d;
 }
 
 namespace {
 
-// Length of the valid UTF-8 sequence at p (at most `left` bytes), or 0 when it is not one.
-std::size_t utf8Length(const unsigned char* p, std::size_t left) {
-    const unsigned char c = p[0];
-    std::size_t n;
-    std::uint32_t code;
-    if (c < 0x80) return 1;
-    if (c >= 0xC2 && c <= 0xDF) {
-        n = 2;
-        code = c & 0x1F;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-        code = c & 0x0F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-        code = c & 0x07;
-    } else {
-        return 0;
-    }
-    if (left < n) return 0;
-    for (std::size_t i = 1; i < n; ++i) {
-        if ((p[i] & 0xC0) != 0x80) return 0;
-        code = (code << 6) | (p[i] & 0x3F);
-    }
-    // Overlong forms, surrogates and values past U+10FFFF are not characters.
-    if ((n == 3 && code < 0x800) || (n == 4 && (code < 0x10000 || code > 0x10FFFF))) return 0;
-    if (code >= 0xD800 && code <= 0xDFFF) return 0;
-    return n;
-}
-
-void appendJsonString(std::string& out, const std::string& text) {
-    out += '"';
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    std::size_t left = text.size();
-    while (left) {
-        const unsigned char c = *p;
-        std::size_t n = 1;
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\b':
-                out += "\\b";
-                break;
-            case '\f':
-                out += "\\f";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (c < 0x20) {
-                    char escape[8];
-                    std::snprintf(escape, sizeof escape, "\\u%04x", c);
-                    out += escape;
-                } else if ((n = utf8Length(p, left)) == 0) {
-                    out += "\\ufffd";
-                    n = 1;
-                } else {
-                    out.append(reinterpret_cast<const char*>(p), n);
-                }
-        }
-        p += n;
-        left -= n;
-    }
-    out += '"';
-}
-
-void appendJson(std::string& out, const Value& v, int depth) {
-    const auto newline = [&out](int level) {
-        out += '\n';
-        out.append(std::size_t(level) * 2, ' ');
-    };
-    switch (v.kind()) {
-        case Value::Kind::Null:
-            out += "null";
-            break;
-        case Value::Kind::Bool:
-            out += v.asBool() ? "true" : "false";
-            break;
-        case Value::Kind::Integer:
-            out += std::to_string(v.asInteger());
-            break;
-        case Value::Kind::Real:
-            out += formatReal(v.asReal());
-            break;
-        case Value::Kind::String:
-            appendJsonString(out, v.asString());
-            break;
-        case Value::Kind::Array:
-            if (v.elements().empty()) {
-                out += "[]";
-                break;
-            }
-            out += '[';
-            for (std::size_t i = 0; i < v.elements().size(); ++i) {
-                if (i) out += ',';
-                newline(depth + 1);
-                appendJson(out, v.elements()[i], depth + 1);
-            }
-            newline(depth);
-            out += ']';
-            break;
-        case Value::Kind::Object:
-            if (v.members().empty()) {
-                out += "{}";
-                break;
-            }
-            out += '{';
-            for (std::size_t i = 0; i < v.members().size(); ++i) {
-                if (i) out += ',';
-                newline(depth + 1);
-                appendJsonString(out, v.members()[i].first);
-                out += ": ";
-                appendJson(out, v.members()[i].second, depth + 1);
-            }
-            newline(depth);
-            out += '}';
-            break;
-    }
-}
-
-std::string label(const std::string& key) {
-    std::string text = key;
-    std::replace(text.begin(), text.end(), '_', ' ');
-    return text;
+std::string label(std::string key) {
+    std::replace(key.begin(), key.end(), '_', ' ');
+    return key;
 }
 
 bool isTable(const Value& v) {
-    return v.kind() == Value::Kind::Array && !v.elements().empty() &&
-           v.elements().front().kind() == Value::Kind::Object;
+    return v.is_array() && !v.empty() && v.front().is_object();
 }
 
-void printTable(const Value& rows, const std::string& indent) {
-    const auto& columns = rows.elements().front().members();
+std::string line(const std::string& text) {
+    return text + "\n";
+}
+
+void renderTable(std::string& out, const Value& rows, const std::string& indent) {
+    std::vector<std::string> columns;
+    for (const auto& column : rows.front().items()) columns.push_back(column.key());
     std::vector<std::size_t> widths;
-    for (const auto& column : columns) widths.push_back(label(column.first).size());
+    for (const std::string& column : columns) widths.push_back(label(column).size());
     std::vector<std::vector<std::string>> cells;
-    for (const Value& row : rows.elements()) {
+    for (const Value& row : rows) {
         cells.emplace_back();
         for (std::size_t c = 0; c < columns.size(); ++c) {
-            const Value* cell = row.find(columns[c].first);
-            cells.back().push_back(cell ? oneLine(toText(*cell)) : "-");
+            const auto cell = row.find(columns[c]);
+            cells.back().push_back(cell != row.end() ? oneLine(toText(*cell)) : "-");
             widths[c] = std::max(widths[c], cells.back().back().size());
         }
     }
-    const auto printRow = [&](const std::vector<std::string>& row) {
-        std::string line = indent;
+    const auto renderRow = [&](const std::vector<std::string>& row) {
+        std::string text = indent;
         for (std::size_t c = 0; c < row.size(); ++c) {
-            line += row[c];
-            if (c + 1 < row.size()) line.append(widths[c] - row[c].size() + 2, ' ');
+            text += row[c];
+            if (c + 1 < row.size()) text.append(widths[c] - row[c].size() + 2, ' ');
         }
-        std::printf("%s\n", line.c_str());
+        out += line(text);
     };
     std::vector<std::string> heading;
-    for (const auto& column : columns) heading.push_back(label(column.first));
-    printRow(heading);
-    for (const auto& row : cells) printRow(row);
+    for (const std::string& column : columns) heading.push_back(label(column));
+    renderRow(heading);
+    for (const auto& row : cells) renderRow(row);
 }
 
-void printObject(const Value& v, const std::string& indent) {
+void renderObject(std::string& out, const Value& v, const std::string& indent) {
     std::size_t width = 0;
-    for (const auto& m : v.members())
-        if (m.second.kind() != Value::Kind::Object && !isTable(m.second))
-            width = std::max(width, label(m.first).size());
-    for (const auto& [key, value] : v.members()) {
-        if (value.kind() == Value::Kind::Object) {
-            std::printf("%s%s:\n", indent.c_str(), label(key).c_str());
-            printObject(value, indent + "  ");
-        } else if (isTable(value)) {
-            std::printf("%s%s:\n", indent.c_str(), label(key).c_str());
-            printTable(value, indent + "  ");
+    for (const auto& m : v.items())
+        if (!m.value().is_object() && !isTable(m.value())) width = std::max(width, label(m.key()).size());
+    for (const auto& m : v.items()) {
+        const std::string name = label(m.key());
+        if (m.value().is_object()) {
+            out += line(indent + name + ":");
+            renderObject(out, m.value(), indent + "  ");
+        } else if (isTable(m.value())) {
+            out += line(indent + name + ":");
+            renderTable(out, m.value(), indent + "  ");
         } else {
-            const std::string name = label(key);
-            std::printf("%s%s%s  %s\n", indent.c_str(), name.c_str(),
-                        std::string(width - name.size(), ' ').c_str(), oneLine(toText(value)).c_str());
+            out += line(indent + name + std::string(width - name.size(), ' ') + "  " +
+                        oneLine(toText(m.value())));
         }
     }
 }
 
 }  // namespace
 
-std::string jsonString(const std::string& text) {
-    std::string out;
-    appendJsonString(out, text);
-    return out;
-}
-
-std::string toJson(const Value& v) {
-    std::string out;
-    appendJson(out, v, 0);
-    return out;
-}
-
 std::string toText(const Value& v) {
-    switch (v.kind()) {
-        case Value::Kind::Null:
+    switch (v.type()) {
+        case Value::value_t::null:
             return "-";
-        case Value::Kind::Bool:
-            return v.asBool() ? "yes" : "no";
-        case Value::Kind::Integer:
-            return std::to_string(v.asInteger());
-        case Value::Kind::Real:
-            return formatReal(v.asReal());
-        case Value::Kind::String:
-            return v.asString();
-        case Value::Kind::Array: {
+        case Value::value_t::boolean:
+            return v.get<bool>() ? "yes" : "no";
+        case Value::value_t::string:
+            return v.get_ref<const std::string&>();
+        case Value::value_t::number_float: {
+            // The writer's shortest round-trip text, without the ".0" it gives whole values.
+            std::string text = v.dump();
+            if (text.size() > 2 && text.compare(text.size() - 2, 2, ".0") == 0) text.resize(text.size() - 2);
+            return text;
+        }
+        case Value::value_t::array: {
             std::string text;
-            for (const Value& e : v.elements()) {
+            for (const Value& e : v) {
                 if (!text.empty()) text += ", ";
                 text += toText(e);
             }
             return text.empty() ? "-" : text;
         }
-        case Value::Kind::Object:
-            break;
+        default:
+            return v.dump(-1, ' ', false, Value::error_handler_t::replace);
     }
-    return toJson(v);
+}
+
+std::string render(const Value& v) {
+    std::string out;
+    if (v.is_object()) {
+        renderObject(out, v, "");
+    } else if (isTable(v)) {
+        renderTable(out, v, "");
+    } else if (v.is_array()) {
+        for (const Value& e : v) out += line(toText(e));
+    } else {
+        out += line(toText(v));
+    }
+    return out;
+}
+
+namespace {
+bool stdoutClosed = false;
+}  // namespace
+
+void guardStandardOutput() {
+    if (::fcntl(STDOUT_FILENO, F_GETFD) != -1) return;
+    stdoutClosed = true;
+    const int fd = ::open("/dev/null", O_WRONLY);
+    if (fd >= 0 && fd != STDOUT_FILENO) {
+        ::dup2(fd, STDOUT_FILENO);
+        ::close(fd);
+    }
+}
+
+bool standardOutputOpen() {
+    return !stdoutClosed;
+}
+
+void writeOut(const std::string& text) {
+    if (stdoutClosed && !text.empty())
+        throw InputError(std::string("cannot write to standard output: ") + std::strerror(EBADF));
+    errno = 0;
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (std::fflush(stdout) != 0 || !written || std::ferror(stdout)) {
+        const int error = errno;
+        throw InputError(std::string("cannot write to standard output: ") +
+                         (error ? std::strerror(error) : "write failed"));
+    }
 }
 
 void print(const Value& v, bool json) {
-    if (json) {
-        std::printf("%s\n", toJson(v).c_str());
-    } else if (v.kind() == Value::Kind::Object) {
-        printObject(v, "");
-    } else if (isTable(v)) {
-        printTable(v, "");
-    } else if (v.kind() == Value::Kind::Array) {
-        for (const Value& e : v.elements()) std::printf("%s\n", toText(e).c_str());
-    } else {
-        std::printf("%s\n", toText(v).c_str());
-    }
+    writeOut(json ? v.dump(2, ' ', false, Value::error_handler_t::replace) + "\n" : render(v));
+}
+
+void print(const Value& v, bool json, const std::string& text) {
+    if (json) return print(v, true);
+    writeOut(text);
 }
 
 std::string oneLine(std::string text) {

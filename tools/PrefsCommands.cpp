@@ -8,6 +8,7 @@
 #include <ole/runtime/RegistryConfig.h>
 #include <ole/runtime/Strings.h>
 
+#include <cerrno>
 #include <climits>
 #include <map>
 #include <memory>
@@ -70,7 +71,7 @@ Value typedValue(const std::string& text, PrefType type, const char* what) {
         case PrefType::Int:
             return parseInteger(text, what, INT_MIN, INT_MAX);
         case PrefType::Double:
-            return parseReal(text, what);
+            return number(parseReal(text, what));
         case PrefType::Bool:
             if (text == "true" || text == "1") return true;
             if (text == "false" || text == "0") return false;
@@ -78,8 +79,8 @@ Value typedValue(const std::string& text, PrefType type, const char* what) {
         case PrefType::XY: {
             const XY<int> xy = parseXY(text, what);
             Value v = Value::object();
-            v.set("x", xy.x);
-            v.set("y", xy.y);
+            v["x"] = xy.x;
+            v["y"] = xy.y;
             return v;
         }
     }
@@ -113,11 +114,10 @@ void get(const PrefsOptions& o) {
         throw InputError("no preference " + quote(o.name) + " (see 'ole prefs list')");
     }
     const Value value = typedValue(text, type, ("preference " + o.name).c_str());
-    if (!o.json) return print(value, false);
     Value out = Value::object();
-    out.set("name", o.name);
-    out.set("value", value);
-    print(out, true);
+    out["name"] = o.name;
+    out["value"] = value;
+    print(out, o.json, render(value));
 }
 
 void set(const PrefsOptions& o) {
@@ -131,27 +131,25 @@ void set(const PrefsOptions& o) {
             prefs().setPreference(name, Text(o.value.c_str(), unsigned(o.value.size())));
             break;
         case PrefType::Int:
-            prefs().setPreference(name, int(value.asInteger()));
+            prefs().setPreference(name, value.get<int>());
             break;
         case PrefType::Double:
-            prefs().setPreference(name, value.asReal());
+            prefs().setPreference(name, value.get<double>());
             break;
         case PrefType::Bool:
-            prefs().setPreference(name, value.asBool());
+            prefs().setPreference(name, value.get<bool>());
             break;
         case PrefType::XY:
-            prefs().setPreference(
-                name, XY<int>(int(value.find("x")->asInteger()), int(value.find("y")->asInteger())));
+            prefs().setPreference(name, XY<int>(value.at("x").get<int>(), value.at("y").get<int>()));
             break;
     }
     const std::string stored = str(prefs().getPreference(name, Text()));
     prefs().notifyChange(name);
     checkSaved({{o.name, stored}});
-    if (!o.json) return (void)std::printf("%s=%s\n", o.name.c_str(), oneLine(stored).c_str());
     Value out = Value::object();
-    out.set("name", o.name);
-    out.set("value", stored);
-    print(out, true);
+    out["name"] = o.name;
+    out["value"] = stored;
+    print(out, o.json, o.name + "=" + oneLine(stored) + "\n");
 }
 
 void remove(const PrefsOptions& o) {
@@ -160,11 +158,10 @@ void remove(const PrefsOptions& o) {
     checkSettingsFile();
     prefs().removePreference(o.name.c_str());
     checkSaved({{o.name, std::nullopt}});
-    if (!o.json) return (void)std::printf("removed %s\n", o.name.c_str());
     Value out = Value::object();
-    out.set("name", o.name);
-    out.set("removed", true);
-    print(out, true);
+    out["name"] = o.name;
+    out["removed"] = true;
+    print(out, o.json, "removed " + o.name + "\n");
 }
 
 void list(const PrefsOptions& o) {
@@ -173,13 +170,12 @@ void list(const PrefsOptions& o) {
     Value object = Value::object();
     for (const auto& [name, value] : prefs().getAVPairs()) {
         Value row = Value::object();
-        row.set("name", str(name));
-        row.set("value", str(value));
-        table.add(std::move(row));
-        object.set(str(name), str(value));
+        row["name"] = str(name);
+        row["value"] = str(value);
+        table.push_back(std::move(row));
+        object[str(name)] = str(value);
     }
-    if (o.json) return print(object, true);
-    if (!table.elements().empty()) print(table, false);
+    print(object, o.json, table.empty() ? "" : render(table));
 }
 
 // The section as the library will import it, checked line by line first: the library skips lines it does
@@ -202,6 +198,12 @@ Expected checkImportFile(const std::string& path) {
         if (trimmed.empty() || trimmed[0] == '#' || trimmed[0] == ';') continue;
         const std::size_t eq = line.find('=');
         if (eq == std::string::npos || eq == 0) throw fault(i, quote(line) + " is not name=value");
+        if (line.find('\0') != std::string::npos) throw fault(i, quote(line) + " holds a NUL byte");
+        try {
+            checkName(line.substr(0, eq));
+        } catch (const InputError& e) {
+            throw fault(i, e.what());
+        }
         std::string value;
         for (std::size_t p = eq + 1; p < line.size(); ++p) {
             if (line[p] != '\\') {
@@ -224,21 +226,20 @@ void importFile(const PrefsOptions& o) {
     const int count = prefs().importFrom(fromUTF8(o.file.c_str()));
     if (count < 0) throw InputError("cannot read " + quote(o.file));
     checkSaved(pairs);
-    if (!o.json) return (void)std::printf("imported %d preferences from %s\n", count, o.file.c_str());
     Value out = Value::object();
-    out.set("file", o.file);
-    out.set("count", count);
-    print(out, true);
+    out["file"] = o.file;
+    out["count"] = count;
+    print(out, o.json, "imported " + std::to_string(count) + " preferences from " + o.file + "\n");
 }
 
 void exportFile(const PrefsOptions& o) {
-    if (!prefs().exportTo(fromUTF8(o.file.c_str()))) throw InputError("cannot write " + quote(o.file));
+    errno = 0;
+    if (!prefs().exportTo(fromUTF8(o.file.c_str()))) throw writeError(o.file);
     const std::size_t count = prefs().getAVPairs().size();
-    if (!o.json) return (void)std::printf("exported %zu preferences to %s\n", count, o.file.c_str());
     Value out = Value::object();
-    out.set("file", o.file);
-    out.set("count", count);
-    print(out, true);
+    out["file"] = o.file;
+    out["count"] = count;
+    print(out, o.json, "exported " + std::to_string(count) + " preferences to " + o.file + "\n");
 }
 
 }  // namespace
@@ -251,7 +252,8 @@ void addPrefsCommands(CLI::App& app) {
     auto g = std::make_shared<PrefsOptions>();
     CLI::App* getCmd = prefsCmd->add_subcommand("get", "Print one preference");
     getCmd->add_option("name", g->name, "Preference name")->required();
-    getCmd->add_option("--type", g->type, std::string(types) + "; the value must read as it");
+    getCmd->add_option("--type", g->type, std::string(types) + "; the value must read as it")
+        ->check(NonEmpty);
     getCmd->add_option("--default", g->fallback, "Print this when the preference is not set")
         ->each([g](const std::string&) { g->hasFallback = true; });
     addJsonFlag(getCmd, g->json);
@@ -261,7 +263,7 @@ void addPrefsCommands(CLI::App& app) {
     CLI::App* setCmd = prefsCmd->add_subcommand("set", "Set one preference");
     setCmd->add_option("name", s->name, "Preference name")->required();
     setCmd->add_option("value", s->value, "The value, checked against --type")->required();
-    setCmd->add_option("--type", s->type, types);
+    setCmd->add_option("--type", s->type, types)->check(NonEmpty);
     addJsonFlag(setCmd, s->json);
     setCmd->callback([s] { set(*s); });
 

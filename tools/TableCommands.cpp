@@ -33,10 +33,10 @@ Value rateName(FrameRate rate) {
 }
 
 Value ticksOf(FrameRate rate) {
-    return rateHasTicks(rate) ? Value(int(Qv::getTicksPerSecond(rate))) : Value();
+    return Qv::rateHasTicks(rate) ? Value(int(Qv::getTicksPerSecond(rate))) : Value();
 }
 Value fpsOf(FrameRate rate) {
-    return rateHasTrueFps(rate) ? Value(Qv::getFramesPerSecond(rate)) : Value();
+    return Qv::rateHasTrueFps(rate) ? number(Qv::getFramesPerSecond(rate)) : Value();
 }
 
 bool isProjectRate(FrameRate rate) {
@@ -46,39 +46,39 @@ bool isProjectRate(FrameRate rate) {
 
 Value rateRow(FrameRate rate) {
     Value row = Value::object();
-    row.set("value", int(rate));
-    row.set("persistable", rateName(rate));
-    row.set("display", str(Qv::getDisplayString(rate)));
-    row.set("plain", str(Qv::getPlainString(rate)));
-    row.set("ticks", ticksOf(rate));
-    row.set("fps", fpsOf(rate));
-    row.set("group", groupName(rate));
+    row["value"] = int(rate);
+    row["persistable"] = rateName(rate);
+    row["display"] = str(Qv::getDisplayString(rate));
+    row["plain"] = str(Qv::getPlainString(rate));
+    row["ticks"] = ticksOf(rate);
+    row["fps"] = fpsOf(rate);
+    row["group"] = groupName(rate);
     return row;
 }
 
 Value rateFacts(FrameRate rate) {
     Value out = rateRow(rate);
-    out.set("frame_duration",
-            rateHasTicks(rate) || rate == Qv::FR12_5 ? Value(Qv::getFrameDuration(rate)) : Value());
-    out.set("has_1001_factor", Qv::has1001Factor(rate));
-    out.set("drop_frame_timecode", Qv::canUseDropFrameTimeCode(rate));
-    out.set("thirty_frame_labels", Qv::isAssociatedWith30FrameLabel(rate));
-    out.set("ntsc", Qv::isInNTSCSet(rate));
-    out.set("pal", Qv::isInPALSet(rate));
-    out.set("non_decimated", rateName(Qv::getNonDecimatedFrameRate(rate)));
-    out.set("project_rate", rateName(Qv::getEquivalentProjectFrameRate(rate)));
-    out.set("is_project_rate", isProjectRate(rate));
-    out.set("edl_standard", tv_standard_to_edlstr(TCInf{rate, false}));
+    out["frame_duration"] =
+        Qv::rateHasTicks(rate) || rate == Qv::FR12_5 ? number(Qv::getFrameDuration(rate)) : Value();
+    out["has_1001_factor"] = Qv::has1001Factor(rate);
+    out["drop_frame_timecode"] = Qv::canUseDropFrameTimeCode(rate);
+    out["thirty_frame_labels"] = Qv::isAssociatedWith30FrameLabel(rate);
+    out["ntsc"] = Qv::isInNTSCSet(rate);
+    out["pal"] = Qv::isInPALSet(rate);
+    out["non_decimated"] = rateName(Qv::getNonDecimatedFrameRate(rate));
+    out["project_rate"] = rateName(Qv::getEquivalentProjectFrameRate(rate));
+    out["is_project_rate"] = isProjectRate(rate);
+    out["edl_standard"] = tv_standard_to_edlstr(TCInf{rate, false});
     const bool pulldown = can_add_pulldown(rate);
-    out.set("pulldown", pulldown);
-    out.set("pulldown_film_cycle", pulldown ? Value(pd_film_cycle(rate)) : Value());
-    out.set("pulldown_video_cycle", pulldown ? Value(pd_cycle_size(rate)) : Value());
+    out["pulldown"] = pulldown;
+    out["pulldown_film_cycle"] = pulldown ? Value(pd_film_cycle(rate)) : Value();
+    out["pulldown_video_cycle"] = pulldown ? Value(pd_cycle_size(rate)) : Value();
     if (isProjectRate(rate)) {
         std::vector<unsigned> allowed;
         OutputFormat::getAllowedOutputFormatsForProjectFrameRate(rate, allowed);
         Value formats = Value::array();
-        for (unsigned index : allowed) formats.add(index);
-        out.set("output_formats", std::move(formats));
+        for (unsigned index : allowed) formats.push_back(index);
+        out["output_formats"] = std::move(formats);
     }
     return out;
 }
@@ -111,7 +111,7 @@ Value rates(const RatesOptions& o) {
                    list.end());
     }
     Value table = Value::array();
-    for (FrameRate rate : list) table.add(rateRow(rate));
+    for (FrameRate rate : list) table.push_back(rateRow(rate));
     return table;
 }
 
@@ -149,57 +149,39 @@ const char* scanName(Qv::Image::ScanMode scan) {
 
 Value formatRow(unsigned index, const OutputFormat::Details& d) {
     Value row = Value::object();
-    row.set("index", index);
-    row.set("type", str(OutputFormat::getDisplayString(d.type())));
-    row.set("label", str(d.label()));
-    row.set("size", std::to_string(d.width()) + "x" + std::to_string(d.height()));
-    row.set("rate", rateName(d.frameRate()));
-    row.set("scan", scanName(d.scanMode()));
+    row["index"] = index;
+    row["type"] = str(OutputFormat::getDisplayString(d.type()));
+    row["label"] = str(d.label());
+    row["size"] = std::to_string(d.width()) + "x" + std::to_string(d.height());
+    row["rate"] = rateName(d.frameRate());
+    row["scan"] = scanName(d.scanMode());
     return row;
 }
 
 Value formatFacts(Value index, const OutputFormat::Details& d) {
     Value out = Value::object();
-    out.set("index", std::move(index));
-    out.set("display", str(d.getDisplayString()));
-    out.set("type", int(d.type()));
-    out.set("type_name", str(OutputFormat::getDisplayString(d.type())));
-    out.set("label", str(d.label()));
-    out.set("width", d.width());
-    out.set("height", d.height());
-    out.set("bits_per_component", unsigned(d.bitsPerComponent()));
-    out.set("aspect", int(d.aspect()));
-    out.set("aspect_name", aspectName(d.aspect()));
-    out.set("rate", rateName(d.frameRate()));
-    out.set("rate_display", str(Qv::getDisplayString(d.frameRate())));
-    out.set("scan_mode", int(d.scanMode()));
-    out.set("scan", scanName(d.scanMode()));
+    out["index"] = std::move(index);
+    out["display"] = str(d.getDisplayString());
+    out["type"] = int(d.type());
+    out["type_name"] = str(OutputFormat::getDisplayString(d.type()));
+    out["label"] = str(d.label());
+    out["width"] = d.width();
+    out["height"] = d.height();
+    out["bits_per_component"] = unsigned(d.bitsPerComponent());
+    out["aspect"] = int(d.aspect());
+    out["aspect_name"] = aspectName(d.aspect());
+    out["rate"] = rateName(d.frameRate());
+    out["rate_display"] = str(Qv::getDisplayString(d.frameRate()));
+    out["scan_mode"] = int(d.scanMode());
+    out["scan"] = scanName(d.scanMode());
     // Read from the scan mode: the library's isInterlaced() would also complain, on standard output,
     // about a parsed format whose type does not fit its scan mode.
-    out.set("interlaced", d.scanMode() == Qv::Image::InterlacedUpperFirst ||
-                              d.scanMode() == Qv::Image::InterlacedLowerFirst);
-    out.set("sd", OutputFormat::isSD(d.type()));
-    out.set("video_format", d.videoFormat());
-    out.set("persistable", str(d.getPersistableString()));
+    out["interlaced"] =
+        d.scanMode() == Qv::Image::InterlacedUpperFirst || d.scanMode() == Qv::Image::InterlacedLowerFirst;
+    out["sd"] = OutputFormat::isSD(d.type());
+    out["video_format"] = d.videoFormat();
+    out["persistable"] = str(d.getPersistableString());
     return out;
-}
-
-// A persistable format string in one of the three forms the library writes or reads, with a known type and
-// rate; the library's reader also takes trailing text and any numbers.
-OutputFormat::Details parseFormatString(const std::string& text) {
-    OutputFormat::Details d;
-    const auto bad = [&](const std::string& why) { return InputError(quote(text) + " " + why); };
-    if (!d.fromPersistableString(text.c_str()))
-        throw bad("is not an output format string (see 'ole formats --help')");
-    const std::string nine = str(d.getPersistableString());
-    const std::string eight = nine.substr(0, nine.rfind('|'));
-    if (text != nine && text != eight && text != nine + "|" + std::to_string(d.videoFormat()))
-        throw bad("is not an output format string (see 'ole formats --help')");
-    if (d.type() < OutputFormat::Pal || d.type() > OutputFormat::FourKDCI185)
-        throw bad("has an unknown format type " + std::to_string(int(d.type())));
-    if (d.frameRate() < Qv::kFirstFrameRate || d.frameRate() > Qv::kLastFrameRate)
-        throw bad("has an unknown frame rate " + std::to_string(int(d.frameRate())));
-    return d;
 }
 
 struct FormatsOptions {
@@ -215,7 +197,7 @@ Value formats(const FormatsOptions& o) {
             const unsigned index = unsigned(parseInteger(o.format, "FORMAT", 0, count - 1));
             return formatFacts(index, OutputFormat::getFormat(index));
         }
-        const OutputFormat::Details d = parseFormatString(o.format);
+        const OutputFormat::Details d = accepted(OutputFormat::Details::parse(o.format.c_str()), o.format);
         Value index;
         for (unsigned i = 0; i < count; ++i)
             if (OutputFormat::getFormat(i) == d) index = i;
@@ -228,7 +210,7 @@ Value formats(const FormatsOptions& o) {
         for (unsigned i = 0; i < count; ++i) indices.push_back(i);
     }
     Value table = Value::array();
-    for (unsigned i : indices) table.add(formatRow(i, OutputFormat::getFormat(i)));
+    for (unsigned i : indices) table.push_back(formatRow(i, OutputFormat::getFormat(i)));
     return table;
 }
 
@@ -237,9 +219,12 @@ Value formats(const FormatsOptions& o) {
 void addTableCommands(CLI::App& app) {
     auto r = std::make_shared<RatesOptions>();
     CLI::App* rates = app.add_subcommand("rates", "List the frame rates, or show the facts of one");
-    rates->add_option("rate", r->rate, "A rate by persistable (30M) or display (\"29.97 fps\") string");
-    rates->add_option("--group", r->group,
-                      "List one group: normal, decimated, decimated-by-2, decimated-by-3, film, other");
+    rates->add_option("rate", r->rate, "A rate by persistable (30M) or display (\"29.97 fps\") string")
+        ->check(NonEmpty);
+    rates
+        ->add_option("--group", r->group,
+                     "List one group: normal, decimated, decimated-by-2, decimated-by-3, film, other")
+        ->check(NonEmpty);
     rates->add_flag("--project", r->project, "List only the rates a project may use");
     addJsonFlag(rates, r->json);
     rates->footer(
@@ -255,11 +240,15 @@ void addTableCommands(CLI::App& app) {
 
     auto f = std::make_shared<FormatsOptions>();
     CLI::App* formats = app.add_subcommand("formats", "List the output formats, or show the facts of one");
-    formats->add_option(
-        "format", f->format,
-        "A format by index (0..31) or persistable string (type|0|scan|width|height|bits|aspect|rate|label)");
-    formats->add_option("--project-rate", f->projectRate,
-                        "List only the formats allowed for a project at this rate");
+    formats
+        ->add_option("format", f->format,
+                     "A format by index (0..31) or persistable string "
+                     "(type|0|scan|width|height|bits|aspect|rate|label)")
+        ->check(NonEmpty);
+    formats
+        ->add_option("--project-rate", f->projectRate,
+                     "List only the formats allowed for a project at this rate")
+        ->check(NonEmpty);
     addJsonFlag(formats, f->json);
     formats->footer(
         "Examples:\n"

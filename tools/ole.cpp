@@ -5,14 +5,50 @@
 #include "Commands.h"
 #include "Output.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <iostream>
 
 #ifndef OLE_TOOL_VERSION
 #define OLE_TOOL_VERSION "unknown"
 #endif
 
+namespace {
+
+// CLI11 reports a word that names no command as a missing one ("A subcommand is required"); this names it.
+// Walks the command words before the first option, down the groups that take a subcommand.
+void checkCommandWords(const CLI::App& app, int argc, char** argv) {
+    const CLI::App* level = &app;
+    std::string path;
+    for (int i = 1; i < argc && argv[i][0] != '-' && !level->get_subcommands({}).empty(); ++i) {
+        const CLI::App* next = nullptr;
+        for (const CLI::App* sub : level->get_subcommands({}))
+            if (sub->check_name(argv[i])) next = sub;
+        if (!next)
+            throw CLI::ParseError("unknown command '" + path + argv[i] + "'", CLI::ExitCodes::ExtrasError);
+        level = next;
+        path += next->get_name() + " ";
+    }
+}
+
+// Everything the tool prints goes through standard output's buffer; an answer that did not all reach its
+// destination is a failure. `printed`: the answer was written outside writeOut (help and version).
+int checkOutput(int status, bool printed) {
+    errno = 0;
+    if (std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout) &&
+        (oletool::standardOutputOpen() || !printed))
+        return status;
+    const int error = oletool::standardOutputOpen() ? errno : EBADF;
+    std::fprintf(stderr, "ole: cannot write to standard output: %s\n", std::strerror(error ? error : EIO));
+    return 1;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    oletool::guardStandardOutput();
     CLI::App app{
         "Converts and checks timecode, footage, frame rates, output formats, cookies, IdStamps, "
         "configb files and editor preferences; lists commands and plays command macros.",
@@ -37,22 +73,19 @@ int main(int argc, char** argv) {
         "check; 2 usage error (unknown command or option, missing argument).");
 
     try {
+        checkCommandWords(app, argc, argv);
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
-        return app.exit(e);  // --help, --version
+        return checkOutput(app.exit(e), true);  // --help, --version
     } catch (const CLI::ParseError& e) {
         std::fprintf(stderr, "ole: %s\nRun 'ole --help' for usage.\n", e.what());
         return 2;
     } catch (const oletool::AlreadyReported&) {
-        return 1;
-    } catch (const oletool::InputError& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "ole: %s\n", e.what());
         return 1;
     } catch (const std::exception& e) {
         std::fflush(stdout);
         std::fprintf(stderr, "ole: %s\n", e.what());
         return 1;
     }
-    return 0;
+    return checkOutput(0, false);
 }

@@ -51,7 +51,7 @@ public:
     bool empty() const noexcept { return count_ == 0; }
 
     void append(DLListRec* rec) noexcept {
-        if (!Qv::check(!rec->isLinked(), "!rec->isLinked()", "ole/Qv/DLList", __LINE__)) return;
+        if (!QV_ASSERT_AT(!rec->isLinked(), "ole/Qv/DLList", 51)) return;
         rec->list_ = this;
         rec->prev_ = last_;
         rec->next_ = nullptr;
@@ -64,7 +64,7 @@ public:
     }
 
     void remove(DLListRec* rec) noexcept {
-        if (!Qv::check(rec->list_ == this, "rec->list_ == this", "ole/Qv/DLList", __LINE__)) return;
+        if (!QV_ASSERT_AT(rec->list_ == this, "ole/Qv/DLList", 64)) return;
         (rec->prev_ ? rec->prev_->next_ : first_) = rec->next_;
         (rec->next_ ? rec->next_->prev_ : last_) = rec->prev_;
         rec->prev_ = rec->next_ = nullptr;

@@ -1,5 +1,7 @@
 #include <ole/Qv/LightweightString.h>
 
+#include <strings.h>
+
 namespace Qv {
 namespace StringBlocks {
 
@@ -15,8 +17,15 @@ void* allocate(std::size_t headerBytes, std::size_t charBytes, uint32_t capacity
     return OS()->allocator()->allocate(headerBytes + charBytes * std::size_t(capacity));
 }
 
-void release(void* block) noexcept { OS()->allocator()->free(block); }
+void release(void* block) noexcept {
+    OS()->allocator()->free(block);
+}
 
 }  // namespace StringBlocks
 
 }  // namespace Qv
+
+bool Qv::caseInsensitiveCompare::operator()(const LightweightString<char>& a,
+                                            const LightweightString<char>& b) const noexcept {
+    return ::strcasecmp(a.c_str(), b.c_str()) < 0;
+}

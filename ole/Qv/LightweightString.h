@@ -21,7 +21,6 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
-#include <strings.h>
 
 namespace Qv {
 namespace StringBlocks {
@@ -345,10 +344,8 @@ private:
 
 namespace Qv {
 /// Orders narrow strings by strcasecmp of their texts (a null string is ""), for case-insensitive maps.
-struct caseInsensitiveCompare {
-    bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const noexcept {
-        return ::strcasecmp(a.c_str(), b.c_str()) < 0;
-    }
+struct OLE_API caseInsensitiveCompare {
+    bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const noexcept;
 };
 }  // namespace Qv
 using Qv::caseInsensitiveCompare;

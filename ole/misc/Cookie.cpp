@@ -155,6 +155,26 @@ bool Cookie::initFromString(const char* text, bool withVersion) noexcept {
     return true;
 }
 
+Parsed<Cookie> Cookie::parse(const char* text) {
+    Cookie c;
+    if (c.initFromString(text, true)) return Parsed<Cookie>::accept(c);
+    const size_t length = text ? std::strlen(text) : 0;
+    if (length != kShortTextLength && length != kUUIDTextLength)
+        return Parsed<Cookie>::refuse("is not a cookie (a cookie text has 8 or 40 characters)");
+    if (typeFromChar(text[0]) == 'I')
+        return Parsed<Cookie>::refuse(
+            "is not a cookie (it does not start with a type: B C D E F G M O P R S T V)");
+    if (length == kShortTextLength)
+        return Parsed<Cookie>::refuse("is not a cookie (characters 2 and 4 are not a machine code)");
+    return Parsed<Cookie>::refuse("is not a cookie (no UUID from character 5 on)");
+}
+
+Parsed<Cookie> Cookie::parseWellFormed(const char* text) {
+    Parsed<Cookie> read = parse(text);
+    if (read && !isValid(text)) return Parsed<Cookie>::refuse("is not a well-formed cookie text");
+    return read;
+}
+
 Cookie::Cookie(const LightweightString<wchar_t>& text, bool withVersion) noexcept : Cookie() {
     if (text.size() == kShortTextLength) {
         initFromString(toUTF8(text).c_str(), withVersion);

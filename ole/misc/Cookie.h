@@ -16,6 +16,7 @@
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Parsed.h>
 #include <ole/platform/UUID.h>
 
 #include <atomic>
@@ -109,6 +110,13 @@ public:
     /// (the type letter must be one of "EFGOPRSV", the machine code is case-sensitive) and looser in others
     /// (position 19 of the UUID form is not looked at).
     static bool isValid(const char* text) noexcept;
+
+    /// A cookie text typed by a person, read as the constructor reads it with the version, saying why a
+    /// text that reads as the invalid cookie was refused (length, type letter, machine code, UUID).
+    [[nodiscard]] static Parsed<Cookie> parse(const char* text);
+    /// Stricter: the text must also be well-formed (isValid). Accepts exactly the texts that both read as a
+    /// cookie and pass isValid.
+    [[nodiscard]] static Parsed<Cookie> parseWellFormed(const char* text);
 
     // --- comparison ---------------------------------------------------------------------------------
     /// Types in descending letter order, then versions ascending, then identities descending (byte-wise

@@ -81,7 +81,7 @@ Cookie CookieJar::makeCookie(CookieType type, Cookie::eVersion form, int version
     const bool typeOk = Cookie::typeFromChar(type) != 'I';
     const bool versionOk = Cookie::typeFromChar(type) != 'S' || version == Cookie::kDefaultVersion ||
                            (version >= 0 && version <= 35);
-    if (!Qv::check(typeOk && versionOk, "makeCookie type and version", kSource, __LINE__)) return Cookie();
+    if (!Qv::check(typeOk && versionOk, "makeCookie type and version", kSource, 79)) return Cookie();
 
     Cookie cookie;
     do {

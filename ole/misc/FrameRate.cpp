@@ -4,6 +4,9 @@
 #include <ole/platform/Assert.h>
 #include <ole/runtime/Strings.h>
 
+#include <cstring>
+#include <cwchar>
+
 namespace Qv {
 namespace FrameRateTable {
 
@@ -110,6 +113,31 @@ FrameRate getFrameRateFromPersistableString(const LightweightString<char>& text)
     for (const FrameRateTable::Row& row : FrameRateTable::kRows)
         if (text == row.persistable) return row.rate;
     return FRInvalid;
+}
+
+// `text` equals the display string, or the display string without its " fps".
+static bool isDisplayText(const wchar_t* display, const char* text) {
+    std::size_t i = 0;
+    while (display[i] && text[i] && display[i] == wchar_t(static_cast<unsigned char>(text[i]))) ++i;
+    return i > 0 && !text[i] && (!display[i] || std::wcscmp(display + i, L" fps") == 0);
+}
+
+Parsed<FrameRate> parseFrameRate(const char* text) {
+    if (!text || !*text) return Parsed<FrameRate>::refuse("is empty", FRInvalid);
+    for (const FrameRateTable::Row& row : FrameRateTable::kRows)
+        if (std::strcmp(text, row.persistable) == 0) return Parsed<FrameRate>::accept(row.rate);
+    for (const FrameRateTable::Row& row : FrameRateTable::kRows)
+        if (row.display && isDisplayText(row.display, text)) return Parsed<FrameRate>::accept(row.rate);
+    return Parsed<FrameRate>::refuse("names no frame rate", FRInvalid);
+}
+
+bool rateHasTicks(FrameRate rate) noexcept {
+    const FrameRateTable::Row* row = FrameRateTable::find(rate);
+    return row && row->ticks != 0 && rate != FR12_5;
+}
+
+bool rateHasTrueFps(FrameRate rate) noexcept {
+    return FrameRateTable::find(rate) && !(rate >= FR24F && rate <= FR48F);
 }
 
 }  // namespace Qv

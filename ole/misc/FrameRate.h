@@ -16,6 +16,7 @@
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Parsed.h>
 
 #include <cstdint>
 
@@ -91,5 +92,17 @@ OLE_API FrameRate getFrameRateFromDisplayString(const LightweightString<wchar_t>
 /// The rate whose persistable string equals `text` exactly (case-sensitive); FRInvalid, silently, when none
 /// does.
 OLE_API FrameRate getFrameRateFromPersistableString(const LightweightString<char>& text);
+
+/// A rate typed by a person: its persistable string ("30M"), its display string ("29.97 fps") or the
+/// display number alone ("29.97"), case-sensitive. Persistable strings are tried first; among display
+/// strings the lowest rate wins, as above. Refuses anything else (FRInvalid), silently.
+[[nodiscard]] OLE_API Parsed<FrameRate> parseFrameRate(const char* text);
+
+/// Facts read from the table, for any value and without assertion lines:
+/// the rate counts whole frames per second of its own (getTicksPerSecond answers without complaint): not
+/// the decimated and film rates, nor 12.5 fps, whose timecode digits count 15;
+OLE_API bool rateHasTicks(FrameRate rate) noexcept;
+/// the rate has a true frame rate (getFramesPerSecond is not 0): every valid rate but the four film rates.
+OLE_API bool rateHasTrueFps(FrameRate rate) noexcept;
 
 }  // namespace Qv

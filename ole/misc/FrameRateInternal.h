@@ -1,7 +1,8 @@
 #pragma once
 
-// The frame-rate table shared by the text forms (FrameRate.cpp) and the numeric facts (ProjectRate.cpp).
-// Not installed.
+/// @file
+/// The frame-rate table shared by the text forms (FrameRate.cpp) and the numeric facts (ProjectRate.cpp).
+/// Not installed.
 
 #include <ole/misc/FrameRate.h>
 
@@ -11,12 +12,12 @@ namespace FrameRateTable {
 struct Row {
     FrameRate rate;
     const char* persistable;
-    const wchar_t* display;  // null: the resource text for an unknown rate
+    const wchar_t* display;  ///< null: the resource text for an unknown rate
     const char* plain;
-    unsigned char ticks;  // whole frames per second for timecode digits; 0: the rate has none
+    unsigned char ticks;  ///< whole frames per second for timecode digits; 0: the rate has none
 };
 
-// The row of a value in 1..47, null for any other value.
+/// The row of a value in 1..47, null for any other value.
 const Row* find(FrameRate rate) noexcept;
 
 }  // namespace FrameRateTable

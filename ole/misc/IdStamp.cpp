@@ -6,6 +6,7 @@
 #include <ole/platform/OS.h>
 #include <ole/platform/Threads.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
@@ -70,6 +71,17 @@ IdStamp::IdStamp(const char* text) noexcept : machine_(0), time_(0), tick_(0) {
     time_ = hexField(text + 8, length < 16 ? length - 8 : 8);
     if (length <= 16) return;
     tick_ = uint32_t(std::strtol(text + 16, nullptr, 16));
+}
+
+Parsed<IdStamp> IdStamp::parse(const char* text) {
+    const IdStamp null(0, 0, 0);
+    const size_t length = text ? std::strlen(text) : 0;
+    bool hex = length >= 17 && length <= 24;
+    for (size_t i = 0; hex && i < length; ++i) hex = std::isxdigit(static_cast<unsigned char>(text[i])) != 0;
+    if (!hex) return Parsed<IdStamp>::refuse("is not an IdStamp (17 to 24 hexadecimal digits)", null);
+    const IdStamp stamp(text);
+    if (!stamp.valid()) return Parsed<IdStamp>::refuse("is not an IdStamp (its time is zero)", null);
+    return Parsed<IdStamp>::accept(stamp);
 }
 
 unsigned IdStamp::writeText(char* out) const noexcept {

@@ -15,6 +15,7 @@
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Parsed.h>
 
 #include <cstdint>
 
@@ -38,6 +39,9 @@ public:
     /// Parses the text form: characters 0..7 and 8..15 as hexadecimal machine number and time, the rest as
     /// the tick word. Nothing is checked; null or empty text gives the null stamp.
     explicit IdStamp(const char* text) noexcept;
+    /// An IdStamp text typed by a person: 17 to 24 hexadecimal digits (machine, time, then the count) with a
+    /// time that is not zero. Refuses anything else (the null stamp).
+    [[nodiscard]] static Parsed<IdStamp> parse(const char* text);
     IdStamp(const IdStamp&) noexcept = default;
     IdStamp& operator=(const IdStamp&) noexcept = default;
 

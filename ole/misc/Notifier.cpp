@@ -1,6 +1,6 @@
 #include <ole/misc/Notifier.h>
 
-#include <ole/misc/Cookie.h>
+#include <ole/platform/Threads.h>
 #include <ole/runtime/Log.h>
 
 #include <cctype>
@@ -91,7 +91,7 @@ private:
 
 Qv::Ptr<Qv::Guard> NotifierBase::registerInternal(CallbackInvokerBase* invoker) {
     Qv::Ptr<Qv::Guard> guard(new NotifierGuard(invoker));
-    Qv::CriticalSection::Lock lock(cs_);
+    Qv::CriticalSection::Lock lock(*cs_);
     invoker->owner_ = this;
     invoker->holders_ = 2;
     invokers_.append(invoker);
@@ -110,7 +110,7 @@ NotifierGuard::~NotifierGuard() {
 
 void NotifierBase::releaseFromGuard(CallbackInvokerBase* invoker) {
     bool unheld = false;
-    cs_.enter();
+    cs_->enter();
     if (invoker->owner_ != this) {
         unheld = --invoker->holders_ == 0;  // the list let go meanwhile
     } else if (issueDepth_ > 0) {
@@ -126,16 +126,15 @@ void NotifierBase::releaseFromGuard(CallbackInvokerBase* invoker) {
         invoker->holders_ -= 2;
         unheld = true;
     }
-    cs_.leave();
+    cs_->leave();
     if (unheld) delete invoker;  // outside the lock: the callback's release may deregister elsewhere
 }
 
 void NotifierBase::deregisterNotification(CallbackInvokerBase* invoker) {
     if (!invoker) return;
     bool unheld = false;
-    cs_.enter();
-    if (Qv::check(invoker->owner_ == this, "invoker->owner_ == this", "ole/misc/Notifier", __LINE__) &&
-        !invoker->dead_) {
+    cs_->enter();
+    if (QV_ASSERT_AT(invoker->owner_ == this, "ole/misc/Notifier", 137) && !invoker->dead_) {
         if (issueDepth_ > 0) {
             invoker->dead_ = true;
             ++deadCount_;
@@ -145,7 +144,7 @@ void NotifierBase::deregisterNotification(CallbackInvokerBase* invoker) {
             unheld = --invoker->holders_ == 0;
         }
     }
-    cs_.leave();
+    cs_->leave();
     if (unheld) delete invoker;  // outside the lock: the callback's release may deregister elsewhere
 }
 
@@ -168,24 +167,42 @@ void NotifierBase::sweepAndLeave() const {
         if (--invoker->holders_ == 0) unheld.append(invoker);
     }
     deadCount_ = 0;
-    cs_.leave();
+    cs_->leave();
     while (DLListRec* done = unheld.popFront()) delete static_cast<CallbackInvokerBase*>(done);
 }
 
 unsigned NotifierBase::numRegistrations() const {
-    Qv::CriticalSection::Lock lock(cs_);
+    Qv::CriticalSection::Lock lock(*cs_);
     return unsigned(invokers_.count()) - deadCount_;
+}
+
+NotifierBase::NotifierBase() : cs_(new Qv::CriticalSection) {}
+
+Qv::CriticalSection& NotifierBase::criticalSection() const {
+    return *cs_;
+}
+
+void NotifierBase::enterIssue() const {
+    cs_->enter();
+    ++issueDepth_;
+}
+
+void NotifierBase::leaveIssue() const {
+    if (--issueDepth_ == 0 && deadCount_ != 0)
+        sweepAndLeave();
+    else
+        cs_->leave();
 }
 
 NotifierBase::~NotifierBase() {
     DLList unheld;
-    cs_.enter();
+    cs_->enter();
     while (DLListRec* rec = invokers_.popFront()) {
         auto* invoker = static_cast<CallbackInvokerBase*>(rec);
         invoker->owner_ = nullptr;
         if (--invoker->holders_ == 0) unheld.append(invoker);
     }
-    cs_.leave();
+    cs_->leave();
     while (DLListRec* done = unheld.popFront()) delete static_cast<CallbackInvokerBase*>(done);
 }
 
@@ -307,25 +324,3 @@ NotifyMsgTokenIterator& NotifyMsgTokenIterator::operator++() {
     while (isSpace(*pos_)) ++pos_;
     return *this;
 }
-
-// The value events the library uses; building them here keeps every one of them compiling.
-template struct NotifierEvent<bool>;
-template struct NotifierEvent<int>;
-template struct NotifierEvent<unsigned int>;
-template struct NotifierEvent<long>;
-template struct NotifierEvent<unsigned long>;
-template struct NotifierEvent<float>;
-template struct NotifierEvent<double>;
-template struct NotifierEvent<LightweightString<char>>;
-template struct NotifierEvent<LightweightString<wchar_t>>;
-template struct NotifierEvent<Cookie>;
-template class NotifierEx<bool>;
-template class NotifierEx<int>;
-template class NotifierEx<unsigned int>;
-template class NotifierEx<long>;
-template class NotifierEx<unsigned long>;
-template class NotifierEx<float>;
-template class NotifierEx<double>;
-template class NotifierEx<LightweightString<char>>;
-template class NotifierEx<LightweightString<wchar_t>>;
-template class NotifierEx<Cookie>;

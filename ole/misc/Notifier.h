@@ -23,11 +23,15 @@
 #include <ole/Qv/LightweightString.h>
 #include <ole/Qv/Ptr.h>
 #include <ole/Qv/Vector.h>
-#include <ole/platform/Threads.h>
 
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
+
+namespace Qv {
+class CriticalSection;
+}
 
 class Notifier;
 template <class T>
@@ -261,7 +265,7 @@ public:
     /// How a family registers a named command with the command map, once there is one.
     using CommandRegistration = bool (*)(const char* name, void (*action)());
 
-    NotifierBase() = default;
+    NotifierBase();
     NotifierBase(const NotifierBase&) = delete;
     NotifierBase& operator=(const NotifierBase&) = delete;
     /// Remaining registrations are let go: their guards stay valid and do nothing when dropped.
@@ -277,7 +281,7 @@ public:
     unsigned numRegistrations() const;
     /// The lock held around every registration change and issue, for callers that need several steps
     /// on this notifier to happen together.
-    Qv::CriticalSection& criticalSection() const { return cs_; }
+    Qv::CriticalSection& criticalSection() const;
 
     /// A process-wide flag: while set, every issue is traced through DebugOut.
     static bool debugMode() { return debugMode_.load(std::memory_order_relaxed); }
@@ -296,16 +300,8 @@ protected:
     /// Holds the critical section for one issue and finishes deferred removals at the outermost one.
     class IssueScope {
     public:
-        explicit IssueScope(const NotifierBase& notifier) : notifier_(notifier) {
-            notifier_.cs_.enter();
-            ++notifier_.issueDepth_;
-        }
-        ~IssueScope() {
-            if (--notifier_.issueDepth_ == 0 && notifier_.deadCount_ != 0)
-                notifier_.sweepAndLeave();
-            else
-                notifier_.cs_.leave();
-        }
+        explicit IssueScope(const NotifierBase& notifier) : notifier_(notifier) { notifier_.enterIssue(); }
+        ~IssueScope() { notifier_.leaveIssue(); }
         IssueScope(const IssueScope&) = delete;
         IssueScope& operator=(const IssueScope&) = delete;
 
@@ -330,8 +326,10 @@ private:
     void releaseFromGuard(CallbackInvokerBase* invoker);
     /// Unlinks the dead registrations, leaves the critical section, then deletes what nobody holds.
     void sweepAndLeave() const;
+    void enterIssue() const;
+    void leaveIssue() const;
 
-    mutable Qv::CriticalSection cs_;
+    const std::unique_ptr<Qv::CriticalSection> cs_;  ///< kept out of line: the platform's threads stay below
     mutable unsigned issueDepth_ = 0;
     mutable unsigned deadCount_ = 0;
     bool destroyAnnounced_ = false;
@@ -390,7 +388,7 @@ public:
 protected:
     /// Sends the destruction message once; a derived class may call it early, while its own state is alive.
     void announceDestroy() {
-        Qv::CriticalSection::Lock lock(this->criticalSection());
+        typename NotifierBase::IssueScope scope(*this);
         if (this->markDestroyAnnounced() && !this->invokers_.empty())
             issueNotification(NotifierEvent<T>(), NotifyMsgTypeDictionary::instance().destroyMsgType());
     }

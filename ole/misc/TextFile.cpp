@@ -1,5 +1,6 @@
 #include <ole/misc/TextFile.h>
 
+#include <ole/platform/Assert.h>
 #include <ole/platform/OS.h>
 
 #include <string>
@@ -60,4 +61,11 @@ void TextFile::removeLine(unsigned index) {
 const TextFile::Line& TextFile::operator[](unsigned index) const {
     static const Line kEmpty;
     return index < lines_.size() ? lines_[index] : kEmpty;
+}
+
+TextFile::Line& TextFile::operator[](unsigned index) {
+    if (QV_ASSERT_AT(index < lines_.size(), "ole/misc/TextFile", 67)) return lines_[index];
+    static thread_local Line scratch;
+    scratch = Line();
+    return scratch;
 }

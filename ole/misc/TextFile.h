@@ -40,7 +40,9 @@ public:
     bool empty() const { return lines_.empty(); }
     /// A line past the end reads as "".
     const Line& operator[](unsigned index) const;
-    Line& operator[](unsigned index) { return lines_[index]; }
+    /// A line past the end prints the assertion line and gives a scratch line, emptied on each such call,
+    /// that belongs to no file: writing to it changes nothing.
+    Line& operator[](unsigned index);
     const std::vector<Line>& lines() const { return lines_; }
     /// The lines joined, each followed by "\n".
     LightweightString<char> text() const;

@@ -1,7 +1,5 @@
 #include <ole/misc/ValServer.h>
 
-#include <ole/Qv/LightweightString.h>
-#include <ole/misc/Cookie.h>
 #include <ole/runtime/Log.h>
 
 // Start-up constants: the value messages are interned when the library loads, in this order.
@@ -47,19 +45,3 @@ void ValClientBase::valPreChangedNtfy(ValServerBase*) {}
 void ValClientBase::deleteReceivers() {
     while (DLListRec* rec = receivers_.popFront()) delete rec;
 }
-
-// The instances the library uses; building them here keeps every one of them compiling.
-template class ValServer<int>;
-template class ValServer<unsigned int>;
-template class ValServer<LightweightString<wchar_t>>;
-template class ValServer<Cookie>;
-
-template class ValClient<bool>;
-template class ValClient<int>;
-template class ValClient<unsigned int>;
-template class ValClient<long>;
-template class ValClient<unsigned long>;
-template class ValClient<float>;
-template class ValClient<double>;
-template class ValClient<LightweightString<char>>;
-template class ValClient<LightweightString<wchar_t>>;

@@ -98,7 +98,11 @@ public:
     explicit ValServer(const T& value) : LastValServer(this), value_(value) {}
     /// Copies the value only: the copy starts without clients or manager.
     ValServer(const ValServer& other)
-        : Qv::InternalRefCount(), NotifierEx<T>(), ValServerBase(), LastValServer(this), value_(other.value_) {}
+        : Qv::InternalRefCount(),
+          NotifierEx<T>(),
+          ValServerBase(),
+          LastValServer(this),
+          value_(other.value_) {}
     ~ValServer() override {
         if (manager_) manager_->detachServer(this);
         this->announceDestroy();  // while the value can still be read
@@ -148,9 +152,10 @@ public:
         return true;
     }
 
-    /// Replaces the manager (null for none); the old one is told to detach this server.
+    /// Replaces the manager (null for none). The manager it had is told to detach this server first, even
+    /// when it is the one given again.
     void setManager(ValManagerBase<T>* manager) {
-        if (manager_ && manager_ != manager) manager_->detachServer(this);
+        if (manager_) manager_->detachServer(this);
         manager_ = manager;
     }
     ValManagerBase<T>* getManager() const { return manager_; }
@@ -161,7 +166,7 @@ public:
 
 private:
     void issueValEvent(int type) {
-        Qv::CriticalSection::Lock lock(this->criticalSection());
+        typename NotifierBase::IssueScope scope(*this);
         const unsigned clients = numClients();
         if (clients == 0) return;  // nobody listens: no event, no copy of the value
         if (traceChanges_) traceChange(type, clients);
@@ -218,8 +223,7 @@ public:
     /// Sets the followed server's value as operator= on the server does; without a server, prints the
     /// assertion line and does nothing.
     void setServerValue(const T& value) {
-        if (Qv::check(server_ != nullptr, "server_ != nullptr", "ole/misc/ValServer", __LINE__))
-            server_->setValue(value);
+        if (QV_ASSERT_AT(server_ != nullptr, "ole/misc/ValServer", 219)) server_->setValue(value);
     }
     operator T() const { return getServerValue(); }
     ValClient& operator=(const T& value) {

@@ -10,6 +10,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <strings.h>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>

@@ -169,8 +169,8 @@ private:
     /// setInternal on strings it may take over.
     int store(Text&& name, Text&& value, const Text& typeTag);
     const ConfigEntryT* find(const Text& name) const;
-    // Reads the block that starts at the next line of `lines`; false, having taken one line, when there
-    // is none there.
+    /// Reads the block that starts at the next line of `lines`; false, having taken one line, when there
+    /// is none there.
     template <class Lines>
     bool readBlock(Lines& lines);
     class RecentValues;

@@ -10,14 +10,15 @@
 #include <cstring>
 #include <strings.h>
 
-// Built-in effects live on the reserved machine number 647.
-const Cookie video_black('V', 1, 0, 647);
-const Cookie audio_black('S', 1, 0, 647);
-const Cookie video_dissolve('V', 2, 0, 647);
-const Cookie film_dissolve('V', 4, 0, 647);
-const Cookie audio_dissolve('S', 2, 0, 647);
-const Cookie video_mix50('V', 3, 0, 647);
-const Cookie audio_mix50('S', 3, 0, 647);
+// Built-in effects live on the reserved machine number.
+constexpr int kBuiltIn = Cookie::kBuiltInMachineNumber;
+const Cookie video_black('V', 1, 0, kBuiltIn);
+const Cookie audio_black('S', 1, 0, kBuiltIn);
+const Cookie video_dissolve('V', 2, 0, kBuiltIn);
+const Cookie film_dissolve('V', 4, 0, kBuiltIn);
+const Cookie audio_dissolve('S', 2, 0, kBuiltIn);
+const Cookie video_mix50('V', 3, 0, kBuiltIn);
+const Cookie audio_mix50('S', 3, 0, kBuiltIn);
 
 // Both tables are indexed by the gauge; the EDL table ends with a null entry for the search.
 static const char* const kGaugeNames[] = {"16mm", "35mm", "16mm ink", "35mm 3-perf", "INVALID"};
@@ -85,25 +86,76 @@ const char* tv_standard_to_edlstr(TCInf info) {
     return "P24";
 }
 
+namespace {
+struct Standard {
+    const char* code;
+    TCInf info;
+};
+// clang-format off
+const Standard kStandards[] = {
+    {"P",    {Qv::FR25,  false}},
+    {"N",    {Qv::FR30M, false}},
+    {"ND",   {Qv::FR30M, true}},
+    {"P24",  {Qv::FR24,  false}},
+    {"N24",  {Qv::FR24,  false}},
+    {"ND24", {Qv::FR24,  true}},
+};
+// clang-format on
+}  // namespace
+
 TCInf edlstr_to_tv_standard(const char* code) {
-    struct Standard {
-        const char* code;
-        TCInf info;
-    };
-    // clang-format off
-    static const Standard kStandards[] = {
-        {"P",    {Qv::FR25,  false}},
-        {"N",    {Qv::FR30M, false}},
-        {"ND",   {Qv::FR30M, true}},
-        {"P24",  {Qv::FR24,  false}},
-        {"N24",  {Qv::FR24,  false}},
-        {"ND24", {Qv::FR24,  true}},
-    };
-    // clang-format on
+    return parseTvStandard(code).value;
+}
+
+Parsed<TCInf> parseTvStandard(const char* code) {
     if (code)
         for (const Standard& s : kStandards)
-            if (std::strcmp(code, s.code) == 0) return s.info;
-    return TCInf{Qv::FRInvalid, false};
+            if (std::strcmp(code, s.code) == 0) return Parsed<TCInf>::accept(s.info);
+    return Parsed<TCInf>::refuse("is not a television standard code (P, N, ND, P24, N24 or ND24)");
+}
+
+Parsed<film_gauge> parseFilmGauge(const char* text) {
+    if (text) {
+        for (int g = FILM_16MM; g < FILM_INVALID; ++g)
+            if (strcasecmp(text, kGaugeNames[g]) == 0 || strcasecmp(text, kGaugeEdlCodes[g]) == 0)
+                return Parsed<film_gauge>::accept(film_gauge(g));
+        if (std::strcmp(text, "16") == 0 || std::strcmp(text, "35") == 0)
+            return Parsed<film_gauge>::accept(int_to_film_gauge(std::atoi(text)));
+    }
+    return Parsed<film_gauge>::refuse(
+        "is not a film gauge (use 16mm, 35mm, \"16mm ink\", \"35mm 3-perf\" or F16, F35, F16R, F353)",
+        FILM_INVALID);
+}
+
+Parsed<int> parseFootage(const char* text, film_gauge g) {
+    const auto notFootage = [] { return Parsed<int>::refuse("is not footage (expected FEET.FF)"); };
+    if (perfsPerFrame(g) < 0) return Parsed<int>::refuse("has no footage: the film gauge is invalid");
+    if (!text) return notFootage();
+    const char* p = text;
+    while (*p == ' ') ++p;
+    const bool negative = *p == '-';
+    if (negative)
+        while (*++p == ' ') {
+        }
+    const auto digits = [&p](int most, long& value) {
+        int n = 0;
+        for (value = 0; n < most && *p >= '0' && *p <= '9'; ++n) value = value * 10 + (*p++ - '0');
+        return n;
+    };
+    long feet = 0, frame = 0;
+    if (digits(7, feet) == 0) return notFootage();
+    if ((*p == '.' || *p == '+') && (++p, digits(2, frame) == 0)) return notFootage();
+    while (*p == ' ') ++p;
+    if (*p) return notFootage();
+
+    char canonical[32];
+    std::snprintf(canonical, sizeof canonical, "%s%ld.%ld", negative ? "-" : "", feet, frame);
+    const int frames = feet_to_frames(canonical, g);
+    const foot_num back = frames_to_foot_num(std::abs(frames), g);
+    if (back.feet != feet || back.frame != frame)
+        return Parsed<int>::refuse("names no frame: foot " + std::to_string(feet) + " of " + kGaugeNames[g] +
+                                   " film has no frame " + std::to_string(frame));
+    return Parsed<int>::accept(frames);
 }
 
 double playback_fps(Qv::FrameRate rate) {

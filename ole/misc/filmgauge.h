@@ -13,9 +13,10 @@
 /// gauge values outside the enumeration count as FILM_INVALID.
 
 #include <ole/platform/export.h>
+#include <ole/Qv/Parsed.h>
 #include <ole/misc/Cookie.h>
 #include <ole/misc/FrameRate.h>
-#include <ole/misc/tccvt.h>
+#include <ole/misc/tc_addr.h>
 
 #include <cstdint>
 
@@ -42,6 +43,9 @@ OLE_API const char* film_gauge_to_str(film_gauge g);
 OLE_API const char* film_gauge_to_edlstr(film_gauge g);
 /// Case-insensitive; null or an unknown code gives FILM_INVALID.
 OLE_API film_gauge edlstr_to_film_gauge(const char* code);
+/// A gauge typed by a person: its display string or EDL code (either case), or its width "16" or "35".
+/// Refuses anything else (FILM_INVALID).
+[[nodiscard]] OLE_API Parsed<film_gauge> parseFilmGauge(const char* text);
 
 /// Perforations of `frames` whole frames; -frames for FILM_INVALID.
 OLE_API int frames_to_perfs(int frames, film_gauge g);
@@ -60,6 +64,8 @@ OLE_API const char* tv_standard_to_edlstr(TCInf info);
 /// Case-sensitive. "N" and "ND" read back as 29.97 whatever 30-type rate wrote them; the 24 fps codes "P24",
 /// "N24" and "ND24" read as 24 fps (drop flag set for "ND24"). Null or an unknown code gives FRInvalid.
 OLE_API TCInf edlstr_to_tv_standard(const char* code);
+/// The same, saying why a code was refused (FRInvalid).
+[[nodiscard]] OLE_API Parsed<TCInf> parseTvStandard(const char* code);
 
 /// The true frame rate for playback and for video timing (both Qv::getFramesPerSecond).
 ///@{
@@ -94,6 +100,10 @@ OLE_API char* frames_to_feet(int frames, film_gauge g, int zeroPad);
 /// Reads footage text back: the feet are the first run of digits, the frames the digits after one separator
 /// character; a leading "-" negates. Text without digits gives 0; FILM_INVALID gives -1.
 OLE_API int feet_to_frames(char* text, film_gauge g);
+/// Footage typed by a person: "[-]FEET[.FF]" or "FEET+FF", blanks around it allowed, read as feet_to_frames
+/// reads it. Refuses any other shape, a frame that the foot of the gauge does not have (frame 16 of 35mm)
+/// and the invalid gauge (0).
+[[nodiscard]] OLE_API Parsed<int> parseFootage(const char* text, film_gauge g);
 
 /// The constant effect cookies, built at library load and never changed.
 OLE_API extern const Cookie video_black;

@@ -6,6 +6,7 @@
 #include <ole/runtime/Strings.h>
 
 #include <climits>
+#include <string>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -159,6 +160,37 @@ bool Details::fromPersistableString(const LightweightString<char>& text) {
     label_ = fromUTF8(label);
     videoFormat_ = videoFormat != 0 ? uint32_t(videoFormat) : getVideoFormatForType(type_);
     return true;
+}
+
+Parsed<Details> Details::parse(const char* text) {
+    using Result = Parsed<Details>;
+    Details d;
+    if (!text || !d.fromPersistableString(text))
+        return Result::refuse(
+            "is not an output format string (type|0|scan|width|height|bits|aspect|rate|label)");
+    // Only the library's own spelling: no signs, leading zeros, blanks or text after the fields.
+    const std::string nine = d.getPersistableString().c_str();
+    const std::string eight = nine.substr(0, nine.rfind('|'));
+    if (text != nine && text != eight && text != nine + "|" + std::to_string(d.videoFormat()))
+        return Result::refuse(
+            "is not an output format string (type|0|scan|width|height|bits|aspect|rate|label)");
+    const auto refuse = [](const char* what, long long value) {
+        return Result::refuse("has " + std::string(what) + " " + std::to_string(value));
+    };
+    if (d.type_ < Pal || d.type_ > FourKDCI185) return refuse("an unknown format type", d.type_);
+    if (d.scanMode_ < InterlacedUpperFirst || d.scanMode_ > ProgressiveSegmented)
+        return refuse("an unknown scan mode", d.scanMode_);
+    if (int32_t(d.width_) < 1 || d.width_ > 65535) return refuse("a width of", int32_t(d.width_));
+    if (int32_t(d.height_) < 1 || d.height_ > 65535) return refuse("a height of", int32_t(d.height_));
+    if (d.bitsPerComponent_ < 1 || d.bitsPerComponent_ > 32)
+        return refuse("a component depth of", int16_t(d.bitsPerComponent_));
+    const bool aspect = d.aspect_ == Aspect4x3 || d.aspect_ == Aspect16x9 ||
+                        d.aspect_ == AspectFullAperture || d.aspect_ == AspectAcademy ||
+                        d.aspect_ == AspectDCI185 || d.aspect_ == AspectDCI239;
+    if (!aspect) return refuse("an unknown aspect code", d.aspect_);
+    if (d.frameRate_ < kFirstFrameRate || d.frameRate_ > kLastFrameRate)
+        return refuse("an unknown frame rate", d.frameRate_);
+    return Result::accept(d);
 }
 
 bool Details::operator==(const Details& other) const {

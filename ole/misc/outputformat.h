@@ -12,6 +12,7 @@
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Parsed.h>
 #include <ole/misc/FrameRate.h>
 
 #include <cstdint>
@@ -102,6 +103,10 @@ public:
     /// kept; otherwise the identifier follows the type. False, leaving the format unchanged, when none of the
     /// forms matches.
     bool fromPersistableString(const LightweightString<char>& text);
+    /// A persistable string typed by a person: exactly one of the three forms above as this class writes
+    /// them, with a known type, scan mode, aspect code and frame rate, a picture of 1..65535 by 1..65535
+    /// and 1..32 bits per component. Refuses anything else (an empty format).
+    [[nodiscard]] static Parsed<Details> parse(const char* text);
 
     bool operator==(const Details& other) const;
     bool operator!=(const Details& other) const { return !(*this == other); }

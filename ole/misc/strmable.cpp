@@ -171,10 +171,6 @@ bool PStream::readStreamMarker() {
 
 // --- layers ---------------------------------------------------------------------------------------------
 
-void StreamableLayerList::overflow() {
-    Qv::assertionFailed("count_ < kMaxLayers", "ole/misc/strmable", __LINE__);
-}
-
 void BaseTraits::collectLayers(StreamableLayerList& layers) {
     layers.push(StreamableLayer{Streamable::kLayerName, &packBaseLayer, &unpackBaseLayer});
 }

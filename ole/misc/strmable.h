@@ -53,6 +53,7 @@
 #include <ole/misc/GrowString.h>
 #include <ole/misc/MemHolder.h>
 #include <ole/misc/StreamFile.h>
+#include <ole/platform/Assert.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -199,18 +200,12 @@ public:
     static constexpr unsigned kMaxLayers = 16;
 
     void push(const StreamableLayer& layer) {
-        if (count_ < kMaxLayers) {
-            layers_[count_++] = layer;
-        } else {
-            overflow();
-        }
+        if (QV_ASSERT_AT(count_ < kMaxLayers, "ole/misc/strmable", 175)) layers_[count_++] = layer;
     }
     unsigned size() const noexcept { return count_; }
     const StreamableLayer& operator[](unsigned i) const noexcept { return layers_[i]; }
 
 private:
-    static void overflow();
-
     StreamableLayer layers_[kMaxLayers];
     unsigned count_ = 0;
 };

@@ -168,7 +168,7 @@ double string_to_tc(const char* text, Qv::FrameRate rate, bool dropFrame) {
     const double fps = Qv::getFramesPerSecond(rate);
     if (!(fps > 0.0)) return 0.0;
 
-    int h, m, s, f;
+    int h = 0, m = 0, s = 0, f = 0;
     if (scanTimecode(text, true, h, m, s, f)) {
         // A negative time is always counted without dropped labels.
         if (dropFrame) DebugOut("string_to_tc: error negative timecode\n");
@@ -192,6 +192,63 @@ bool isTimecodeStringDropFrame(const char* text) {
     for (int i = 0; i < 8; ++i)
         if (text[i] == '\0') return false;
     return text[8] == ';' || text[8] == ',';
+}
+
+bool rateHasTimecodeText(Qv::FrameRate rate) noexcept {
+    return Qv::rateHasTicks(rate) && Qv::getTicksPerSecond(rate) <= 100;
+}
+
+long long framesPerDay(Qv::FrameRate rate, bool dropFrame) noexcept {
+    if (dropFrame) return kFramesPerDay;
+    if (rateHasTimecodeText(rate)) return Qv::getTicksPerSecond(rate) * 86400LL;
+    if (!Qv::rateHasTrueFps(rate)) return 0;
+    return std::llround(Qv::getFramesPerSecond(rate) * 86400);
+}
+
+Parsed<TimecodeReading> parseTimecodeString(const char* text, Qv::FrameRate rate, bool dropFrame) {
+    using Result = Parsed<TimecodeReading>;
+    if (!text || !*text) return Result::refuse("is empty");
+    const char* p = text;
+    const bool negative = *p == '-';
+    if (negative) ++p;
+    const auto digits = [&p](int least, int most, int& value) {
+        int n = 0;
+        for (value = 0; n < most && *p >= '0' && *p <= '9'; ++n) value = value * 10 + (*p++ - '0');
+        return n >= least;
+    };
+    int h = 0, m = 0, s = 0, f = 0;
+    char separator = '\0';
+    const bool shaped = digits(1, 2, h) && *p++ == ':' && digits(2, 2, m) && *p++ == ':' && digits(2, 2, s) &&
+                        *p && std::strchr(".:;,", separator = *p++) && digits(2, 2, f);
+    if (!shaped)
+        return Result::refuse(
+            "is not timecode (expected HH:MM:SS.FF, or ';' before the frames for drop frame)");
+    if (*p) return Result::refuse("is not timecode (unexpected text after the frames)");
+
+    const bool drop = dropFrame || separator == ';' || separator == ',';
+    const bool known = rate >= Qv::kFirstFrameRate && rate <= Qv::kLastFrameRate;
+    const std::string rateName = known ? Qv::getPersistableString(rate).c_str() : "an invalid rate";
+    if (drop && rate != Qv::FR30M)
+        return Result::refuse(std::string("is drop-frame timecode, which counts 29.97 fps (30M), not ") +
+                              rateName + (dropFrame ? "" : "; ';' before the frames marks drop frame"));
+    if (!Qv::rateHasTicks(rate))
+        return Result::refuse("is timecode, and " + rateName + " has no timecode of its own");
+    const int labels = drop ? 30 : Qv::getTicksPerSecond(rate);
+    if (labels > 100)
+        return Result::refuse("is timecode, and timecode at " + rateName +
+                              " fps is not written: its frame labels pass two digits");
+    if (h > 23) return Result::refuse("has more than 23 hours");
+    if (m > 59) return Result::refuse("has more than 59 minutes");
+    if (s > 59) return Result::refuse("has more than 59 seconds");
+    if (f >= labels)
+        return Result::refuse("has frame " + std::to_string(f) + "; frames run from 00 to " +
+                              std::to_string(labels - 1));
+    if (drop && m % 10 != 0 && s == 0 && f < 2)
+        return Result::refuse(
+            "does not exist in drop-frame timecode (frames 00 and 01 are skipped at the start of every "
+            "minute not divisible by ten)");
+    if (drop && negative) return Result::refuse("is negative, and drop-frame timecode has no negative times");
+    return Result::accept({string_to_tc(text, rate, drop), drop});
 }
 
 int tc_to_frames(const tc_addr* tc, short rate, short dropFrame) {

@@ -16,34 +16,9 @@
 
 #include <ole/platform/export.h>
 #include <ole/Qv/LightweightString.h>
+#include <ole/Qv/Parsed.h>
 #include <ole/misc/FrameRate.h>
-
-#include <cstdint>
-
-/// A timecode record. Frame numbers that convert to and from it count from 1.
-struct tc_addr {
-    int16_t hours;
-    int16_t minutes;
-    int16_t seconds;
-    int16_t frames;     ///< in drop frame, minutes not divisible by 10 start at frame 2 at second 0
-    int16_t dropFrame;  ///< non-zero: drop-frame timecode
-};
-
-/// The kind of timecode a time is shown in.
-struct TCInf {
-    Qv::FrameRate rate = Qv::FRInvalid;
-    bool dropFrame = false;
-};
-
-/// Frames of drop-frame timecode.
-namespace DropFrame {
-constexpr int kFramesPerHour = 107892;       ///< 30 * 3600 - 108
-constexpr int kFramesPerTenMinutes = 17982;  ///< 30 * 600 - 18
-constexpr int kFramesInFullMinute = 1800;    ///< the first minute of each ten keeps all its labels
-constexpr int kFramesInDroppingMinute = 1798;
-constexpr int kFramesInDroppingSecond0 = 28;  ///< labels 02..29
-constexpr int kFramesPerDay = 24 * kFramesPerHour;
-}  // namespace DropFrame
+#include <ole/misc/tc_addr.h>
 
 /// Bits of the `flags` argument of tc_to_string. Fields that lead with zero are left out unless their bit is
 /// set; once one field is printed, every later field gets two digits.
@@ -75,6 +50,28 @@ OLE_API double string_to_tc(const char* text, const TCInf& info);
 /// True when the character after "HH:MM:SS" (leading white space skipped) is ";" or ",". False for null
 /// text and for text shorter than 9 characters.
 OLE_API bool isTimecodeStringDropFrame(const char* text);
+
+/// Timecode text typed by a person, read strictly: what string_to_tc gives for it, and whether it is drop
+/// frame.
+struct TimecodeReading {
+    double seconds = 0.0;
+    bool dropFrame = false;
+};
+
+/// Reads "[-]H:MM:SS?FF" (one or two hour digits) with "." or ":" before the frames, or ";" or "," for drop
+/// frame; a drop-frame separator makes the text drop frame whatever `dropFrame` says. Refused: any other
+/// shape, hours above 23, minutes or seconds above 59, a frame label the rate does not count (its ticks, 30
+/// in drop frame), the labels drop frame skips, drop frame at any rate but 30M or with a minus sign, and
+/// rates without timecode text. Nothing is printed.
+[[nodiscard]] OLE_API Parsed<TimecodeReading> parseTimecodeString(const char* text, Qv::FrameRate rate,
+                                                                  bool dropFrame);
+
+/// True when times at the rate have timecode text: it counts whole frames per second of its own, at most 100
+/// (frame labels have two digits).
+OLE_API bool rateHasTimecodeText(Qv::FrameRate rate) noexcept;
+/// Frames in 24 hours: of drop-frame labels, of timecode labels at a rate with timecode text, else of real
+/// time at the true rate (rounded); 0 for a rate without a true rate.
+OLE_API long long framesPerDay(Qv::FrameRate rate, bool dropFrame) noexcept;
 
 /// Record to frame number, counting from 1. `rate` is whole frames per second; it is ignored in drop frame.
 OLE_API int tc_to_frames(const tc_addr* tc, short rate, short dropFrame);
