@@ -70,9 +70,9 @@ Value stepsOf(const CommandMacro& macro) {
     Value steps = Value::array();
     for (unsigned i = 0; i < macro.numCommands(); ++i) {
         Value step = Value::object();
-        step.set("command", str(macro.command(i).name()));
-        step.set("count", unsigned(macro.command(i).repeatCount()));
-        steps.add(step);
+        step["command"] = str(macro.command(i).name());
+        step["count"] = unsigned(macro.command(i).repeatCount());
+        steps.push_back(std::move(step));
     }
     return steps;
 }
@@ -89,11 +89,11 @@ void addListCommand(CLI::App& app) {
         for (const auto& entry : map->names()) {
             const CommandMapRec* record = map->getCommand(entry.second);
             Value row = Value::object();
-            row.set("name", str(record->commandName()));
-            row.set("display_name", str(record->displayName()));
-            row.set("keys", str(GlobalCommands().getKeysAssignedToCommand(record->commandName().c_str())));
-            row.set("description", str(record->displayDescription()));
-            rows.add(row);
+            row["name"] = str(record->commandName());
+            row["display_name"] = str(record->displayName());
+            row["keys"] = str(GlobalCommands().getKeysAssignedToCommand(record->commandName().c_str()));
+            row["description"] = str(record->displayDescription());
+            rows.push_back(std::move(row));
         }
         emit(rows, *json);
     });
@@ -114,9 +114,9 @@ void addMacroCommands(CLI::App& app) {
     showCmd->callback([show] {
         const CommandMacro m = readMacro(show->file);
         Value out = Value::object();
-        out.set("name", str(m.name()));
-        out.set("description", str(m.description()));
-        out.set("steps", stepsOf(m));
+        out["name"] = str(m.name());
+        out["description"] = str(m.description());
+        out["steps"] = stepsOf(m);
         emit(out, show->json);
     });
 
@@ -131,17 +131,17 @@ void addMacroCommands(CLI::App& app) {
         Value unknown = Value::array();
         for (unsigned i = 0; i < m.numCommands(); ++i) {
             MacroElement step = m.command(i);
-            if (!step.lookupCommand(step.name())) unknown.add(str(step.name()));
+            if (!step.lookupCommand(step.name())) unknown.push_back(str(step.name()));
         }
         Value out = Value::object();
-        out.set("steps", m.numCommands());
-        out.set("unknown", unknown);
+        out["steps"] = m.numCommands();
+        out["unknown"] = unknown;
         emit(out, check->json);
-        if (unknown.elements().empty()) return;
+        if (unknown.empty()) return;
         std::fflush(stdout);
-        for (const Value& name : unknown.elements())
+        for (const Value& name : unknown)
             std::fprintf(stderr, "ole: %s: unknown command %s\n", check->file.c_str(),
-                         quote(name.asString()).c_str());
+                         quote(name.get<std::string>()).c_str());
         throw AlreadyReported();
     });
 
