@@ -1,7 +1,6 @@
-// Runs the built ole tool as a separate process and checks what it prints, its exit status and the files
-// it leaves. The arithmetic behind each command is the library tests' job: here every command runs once
-// through its main path, and one table holds the exit statuses of bad input and bad usage. JSON output is
-// read with nlohmann::json, so a fault in the tool's own writer (escaping, number text) cannot hide.
+// Runs the built ole tool as a separate process: each command once through its main path (the arithmetic is
+// the library tests' job), and one table of the exit statuses of bad input and bad usage. JSON output is
+// read with nlohmann::json, so a fault in the tool's own writer cannot hide.
 
 #include "support/TestHome.h"
 
@@ -88,7 +87,6 @@ TEST_F(OleTool, Timecode) {
     EXPECT_EQ(ole({"timecode", "-r", "29.97 fps", "--tc", "01:00:00;00", "--to", "frames"}).out, "107892\n");
     // Negative times are non-drop; the formatting flags go by number or by name.
     EXPECT_EQ(ole({"timecode", "-r", "25", "--seconds=-1.5", "--to", "timecode"}).out, "-00:00:01.12\n");
-    EXPECT_EQ(ole({"timecode", "-r", "25", "--tc=-00:00:01.13", "--to", "frames"}).out, "-38\n");
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "0", "--to", "timecode"}).out, "1:02.00\n");
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "hours+seconds", "--to", "timecode"}).out,
               "00:01:02.00\n");
@@ -115,7 +113,6 @@ TEST_F(OleTool, FootageAndPulldown) {
     expectHas(oleJson({"footage", "-g", "f353", "--feet", there["footage"]}),
               R"({"frames": 43, "perfs": 129})");
     EXPECT_EQ(oleJson({"footage", "-g", "35mm", "--perfs", "68"})["frames"], 17);
-    EXPECT_EQ(oleJson({"footage", "-g", "F35", "--feet", "12+05"})["frames"], 197);
 
     EXPECT_NE(ole({"pulldown", "add", "4", "-r", "30"}).out.find("\nvideo frames  5\n"), std::string::npos);
     const std::string video =
@@ -138,7 +135,6 @@ TEST_F(OleTool, RatesAndFormats) {
 
     const json formats = oleJson({"formats"});
     ASSERT_EQ(formats.size(), 32u);
-    EXPECT_EQ(formats[9]["label"], "60.0fps");
     const json last = oleJson({"formats", "31"});  // a format's persistable string finds its row again
     EXPECT_EQ(oleJson({"formats", last["persistable"]})["index"], 31);
     EXPECT_EQ(last["interlaced"], false);
@@ -156,9 +152,8 @@ TEST_F(OleTool, CookiesAndIdStamps) {
     EXPECT_EQ(oletest::readFile(counter), "4");
     const std::string text = oleJson({"cookie", "new"}, home)["cookies"][0];
     EXPECT_EQ(oletest::readFile(counter), "5");
-    const json shown = oleJson({"cookie", "show", text}, home);
-    expectHas(shown, R"({"type": "G", "serial": 4, "serial_base36": "0004"})");
-    EXPECT_EQ(oleJson({"cookie", "show", first.out.substr(0, 8)}, home)["machine"], shown["machine"]);
+    expectHas(oleJson({"cookie", "show", text}, home),
+              R"({"type": "G", "serial": 4, "serial_base36": "0004"})");
     // UUID cookies leave the counter alone; a type-S cookie carries its default version 1.
     const std::string u = oleJson({"cookie", "new", "--uuid", "-t", "s"}, home)["cookies"][0];
     EXPECT_EQ(oletest::readFile(counter), "5");
