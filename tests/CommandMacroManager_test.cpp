@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -30,35 +31,27 @@ std::string narrow(const LightweightString<wchar_t>& s) {
 }
 
 TEST(MacroElement, StepTextsWithAndWithoutCounts) {
-    struct Case {
-        const wchar_t* text;
-        const char* name;
-        unsigned count;
-    };
-    const Case cases[] = {{L"Play(2)", "Play", 2},
-                          {L"Play", "Play", 1},
-                          {L"Play(x)", "Play(x)", 1},
-                          {L"(2)", "(2)", 1},
-                          {L"Play()", "Play()", 1},
-                          {L"A(B(3)", "A(B", 3},
-                          {L"Nudge Left(0)", "Nudge Left", 0},
-                          {L"X(007)", "X", 7},
-                          {L"X(65536)", "X(65536)", 1},
-                          {L"X(-1)", "X(-1)", 1},
-                          {L"", "", 1}};
-    for (const Case& c : cases) {
-        const MacroElement step{LightweightString<wchar_t>(c.text)};
-        EXPECT_EQ(narrow(step.name()), c.name) << narrow(c.text);
-        EXPECT_EQ(step.repeatCount(), c.count) << narrow(c.text);
+    const std::tuple<const wchar_t*, const char*, unsigned> cases[] = {{L"Play(2)", "Play", 2},
+                                                                       {L"Play", "Play", 1},
+                                                                       {L"Play(x)", "Play(x)", 1},
+                                                                       {L"(2)", "(2)", 1},
+                                                                       {L"Play()", "Play()", 1},
+                                                                       {L"A(B(3)", "A(B", 3},
+                                                                       {L"Nudge Left(0)", "Nudge Left", 0},
+                                                                       {L"X(007)", "X", 7},
+                                                                       {L"X(65536)", "X(65536)", 1},
+                                                                       {L"X(-1)", "X(-1)", 1},
+                                                                       {L"", "", 1}};
+    for (const auto& [text, name, count] : cases) {
+        const MacroElement step{LightweightString<wchar_t>(text)};
+        EXPECT_EQ(narrow(step.name()) + " x" + std::to_string(step.repeatCount()),
+                  name + (" x" + std::to_string(count)))
+            << narrow(text);
         EXPECT_FALSE(step.resolved());
-        if (c.count != 1) {
-            const MacroElement back(step.asText());
-            EXPECT_TRUE(back.name() == step.name() && back.repeatCount() == step.repeatCount())
-                << narrow(c.text);
-        }
+        const MacroElement back(step.asText());  // the text form reads back to the same step
+        EXPECT_TRUE(back.name() == step.name() && back.repeatCount() == step.repeatCount()) << narrow(text);
     }
 }
-
 TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
     const std::string dir = oletest::makeTempDir("macro");
     const LightweightString<wchar_t> path = fromUTF8((dir + "/Trim.QvMacro").c_str());
@@ -73,7 +66,6 @@ TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
     EXPECT_EQ(oletest::readFile(dir + "/Trim.QvMacro"), expected);
 
     CommandMacro back(path);
-    EXPECT_TRUE(back.path() == path);
     ASSERT_EQ(back.numCommands(), 2u);
     EXPECT_EQ(back.command(1).repeatCount(), 4);
     back.setDescription(L"");
@@ -84,8 +76,7 @@ TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
 
     oletest::writeFile(dir + "/odd.QvMacro", "NAME=Foo\nnoequals\ndescription=a=b\nCOMMANDS=x(2),,y\r\n");
     CommandMacro odd(fromUTF8((dir + "/odd.QvMacro").c_str()));
-    EXPECT_EQ(narrow(odd.name()), "Foo");
-    EXPECT_EQ(narrow(odd.description()), "a=b");
+    EXPECT_EQ(narrow(odd.name()) + "|" + narrow(odd.description()), "Foo|a=b");
     EXPECT_EQ(std::string(odd.asTextFile().text().c_str()), "Name=Foo\nDescription=a=b\nCommands=x(2),,y\n");
 
     CommandMacro missing(fromUTF8((dir + "/none.QvMacro").c_str()));
