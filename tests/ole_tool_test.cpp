@@ -194,9 +194,8 @@ TEST_F(OleTool, ConfigEditsKeepTheFilesForm) {
     EXPECT_EQ(shown["entries"][2]["type"], "double");
     EXPECT_EQ(ole({"config", "get", path, "HEIGHT"}).out, "576\n");
     EXPECT_EQ(ole({"config", "set", path, "height", "720", "--type", "int"}).out, "Height:int 720\n");
-    EXPECT_EQ(ole({"config", "set", path, "Width", "1920", "--type", "int"}).status, 0);
-    EXPECT_EQ(ole({"config", "set", path, "Gamma", "2.2", "--type", "double"}).status, 0);
-    EXPECT_EQ(ole({"config", "set", path, "Id", "P00B002S", "--type", "cookie"}).status, 0);
+    for (Args set : {Args{"Width", "1920", "int"}, {"Gamma", "2.2", "double"}, {"Id", "P00B002S", "cookie"}})
+        EXPECT_EQ(ole({"config", "set", path, set[0], set[1], "--type", set[2]}).status, 0) << set[0];
     EXPECT_EQ(ole({"config", "remove", path, "scale"}).out, "removed Scale\n");
     EXPECT_EQ(oleJson({"config", "set", path, "Width", "1920", "--type", "int"})["changed"], false);
     EXPECT_EQ(oletest::readFile(path),
@@ -385,13 +384,12 @@ TEST_F(OleTool, ExitStatuses) {
             if (a[0] == '@') a = dir + "/" + a.substr(1);
         }
         const Result r = ole(args, home);
-        const std::string shown = testing::PrintToString(c.args);
-        EXPECT_EQ(r.status, c.status) << shown << "\n" << r.err;
-        if (c.status != 1) continue;
-        EXPECT_EQ(r.out, "") << shown;
-        EXPECT_EQ(r.err.rfind("ole: ", 0), 0u) << r.err;
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err << "(looked for: " << c.message << ")";
+        const bool oneLine =
+            r.err.rfind("ole: ", 0) == 0 && std::count(r.err.begin(), r.err.end(), '\n') == 1;
+        EXPECT_TRUE(r.status == c.status && (c.status != 1 || (r.out.empty() && oneLine &&
+                                                               r.err.find(c.message) != std::string::npos)))
+            << testing::PrintToString(c.args) << " exited " << r.status << "\nout: " << r.out
+            << "err: " << r.err << "(looked for: " << c.message << ")";
     }
     for (const auto& [path, content] : files) EXPECT_EQ(oletest::readFile(path), content) << path;
     EXPECT_EQ(oletest::readFile(home + "/config/Quorvane/user.cfg"), userCfg);
