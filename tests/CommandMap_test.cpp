@@ -17,11 +17,15 @@ void recordCall(const Cmd::Context& c) {
     calls.push_back(std::string(static_cast<const char*>(c.userData_)) + ":" + std::to_string(c.eventKind_));
 }
 void otherFunction(const Cmd::Context&) {}
-void plainA() {
-    calls.push_back("plainA");
+void (*const plainA)() = [] { calls.push_back("plainA"); };
+void (*const plainB)() = [] { calls.push_back("plainB"); };
+
+unsigned long add(CommandMap& map, const char* name, CommandMapRec::Function f, char* tag) {
+    return map.registerCommand(name, f, tag, 0, UIString(), UIString(), MapItem());
 }
-void plainB() {
-    calls.push_back("plainB");
+unsigned long addPlain(CommandMap& map, const char* name, void (*f)(), UIString display,
+                       CommandMap::eCmdScope scope) {
+    return map.registerCommand(name, f, display, UIString(), scope, MapItem());
 }
 
 const char* const kAssert193 = "assertion failed it == map_.end() at ole/misc/CommandMap line 193\n";
@@ -29,15 +33,10 @@ const char* const kAssert193 = "assertion failed it == map_.end() at ole/misc/Co
 TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
     CommandMap map;
     char tagA[] = "A";
-    const unsigned long a = map.registerCommand("A", &recordCall, tagA, 0, UIString(), UIString(), MapItem());
-    EXPECT_EQ(map.registerCommand("A", &recordCall, tagA, 0, UIString(), UIString(), MapItem()), a);
-
+    const unsigned long a = add(map, "A", &recordCall, tagA);
+    EXPECT_EQ(add(map, "A", &recordCall, tagA), a);
     unsigned long other = 0;
-    EXPECT_EQ(oletest::stdoutOf([&] {
-                  other =
-                      map.registerCommand("A", &otherFunction, nullptr, 0, UIString(), UIString(), MapItem());
-              }),
-              kAssert193);
+    EXPECT_EQ(oletest::stdoutOf([&] { other = add(map, "A", &otherFunction, nullptr); }), kAssert193);
     EXPECT_EQ(other, CommandMap::invalidCommandId);
     EXPECT_EQ(map.getCommand(a)->commandFunction(), &recordCall);  // the first registration stays
 
@@ -50,8 +49,7 @@ TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
     EXPECT_TRUE(calls.empty());
     EXPECT_EQ(map.getCommand(CommandMap::invalidCommandId), nullptr);
 
-    const unsigned long again =
-        map.registerCommand("A", &recordCall, tagA, 0, UIString(), UIString(), MapItem());
+    const unsigned long again = add(map, "A", &recordCall, tagA);
     EXPECT_NE(again, a);
     EXPECT_EQ(map.findCommand("A"), again);
     EXPECT_EQ(map.findCommand("a"), CommandMap::invalidCommandId);
@@ -61,33 +59,23 @@ TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
 
 TEST(CommandMap, DisplayNamesMatchWithoutCaseAndScopesSetVisibility) {
     CommandMap map;
-    const unsigned long play = map.registerCommand("play", &plainA, UIString(L"PLAY"), UIString(L"Plays"),
-                                                   CommandMap::eScopeUser, MapItem());
-    const unsigned long blank = map.registerCommand("blank", &plainB, UIString(), UIString(),
-                                                    CommandMap::eScopeUserIfNamed, MapItem());
-    const unsigned long named = map.registerCommand("named", &plainB, UIString(10007), UIString(),
-                                                    CommandMap::eScopeUserIfNamed, MapItem());
-    const unsigned long hidden = map.registerCommand("hidden", &plainB, UIString(L"Hidden"), UIString(),
-                                                     CommandMap::eScopeInternal, MapItem());
+    const unsigned long play = addPlain(map, "play", plainA, UIString(L"PLAY"), CommandMap::eScopeUser);
+    const unsigned long blank = addPlain(map, "blank", plainB, UIString(), CommandMap::eScopeUserIfNamed);
+    const unsigned long named =
+        addPlain(map, "named", plainB, UIString(10007), CommandMap::eScopeUserIfNamed);
+    const unsigned long hidden =
+        addPlain(map, "hidden", plainB, UIString(L"Hidden"), CommandMap::eScopeInternal);
     EXPECT_EQ(map.findCommandByDisplayName(L"Play"), play);
     EXPECT_EQ(map.findCommandByDisplayName(LightweightString<wchar_t>()), blank);
-    EXPECT_EQ(map.findCommandByDisplayName(L""), blank);
     EXPECT_EQ(map.findCommandByDisplayName(L"nothing"), CommandMap::invalidCommandId);
     EXPECT_TRUE(map.getCommand(named)->displayName() == L"Unknown");  // through the resource table
-
-    const std::vector<std::pair<unsigned long, unsigned>> attribs = {
-        {play, 2}, {blank, 0}, {named, 2}, {hidden, 0}};
-    for (const auto& [id, bits] : attribs) EXPECT_EQ(map.getCommand(id)->attribs(), bits) << id;
+    for (const auto& [id, bits] : {std::pair{play, 2u}, {blank, 0u}, {named, 2u}, {hidden, 0u}})
+        EXPECT_EQ(map.getCommand(id)->attribs(), bits) << id;
 
     // The same plain function under the same name is harmless; another one is refused.
-    EXPECT_EQ(map.registerCommand("play", &plainA, UIString(), UIString(), CommandMap::eScopeUser, MapItem()),
-              play);
-    EXPECT_EQ(oletest::stdoutOf([&] {
-                  map.registerCommand("play", &plainB, UIString(), UIString(), CommandMap::eScopeUser,
-                                      MapItem());
-              }),
+    EXPECT_EQ(addPlain(map, "play", plainA, UIString(), CommandMap::eScopeUser), play);
+    EXPECT_EQ(oletest::stdoutOf([&] { addPlain(map, "play", plainB, UIString(), CommandMap::eScopeUser); }),
               kAssert193);
-
     calls.clear();
     int mine = 0;
     Cmd::Context withCaller;
@@ -109,7 +97,7 @@ TEST(CommandMap, SingletonReplacementAndTheNotifierDebugCommand) {
     NotifierBase::debugMode(before);
 
     auto* replacement = new CommandMap;
-    EXPECT_EQ(CommandMap::theCommandMap(replacement), replacement);
+    CommandMap::theCommandMap(replacement);
     EXPECT_EQ(CommandMap::theCommandMap(), replacement);
     EXPECT_TRUE(NotifierBase::registerCommands());
     EXPECT_NE(replacement->findCommand("toggle_debug_notify"), CommandMap::invalidCommandId);
@@ -131,9 +119,8 @@ TEST(CommandMapMMC, KeysDispatchPressesAndReleasesByAttribute) {
     calls.clear();
     EXPECT_TRUE(mmc.tryKey(f5, KeyEvent::Press));
     EXPECT_TRUE(mmc.tryKey(f5, KeyEvent::Release));  // consumed, not called
-    EXPECT_TRUE(mmc.tryKey('B', KeyEvent::Press));
-    EXPECT_TRUE(mmc.tryKey('B', KeyEvent::Release));
-    EXPECT_TRUE(mmc.tryKey('B', KeyEvent::Unknown));
+    for (KeyEvent::eType kind : {KeyEvent::Press, KeyEvent::Release, KeyEvent::Unknown})
+        EXPECT_TRUE(mmc.tryKey('B', kind));
     EXPECT_FALSE(mmc.tryKey('Z', KeyEvent::Press));
     EXPECT_EQ(calls, (std::vector<std::string>{"plain:0", "both:1", "both:2", "both:2"}));
 
@@ -142,27 +129,17 @@ TEST(CommandMapMMC, KeysDispatchPressesAndReleasesByAttribute) {
     EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.both") == L"B, Alt+B");
     EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.plain") == L"Ctrl+Shift+F5");
     EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.plain", L"Console").empty());
-
-    // A deregistered command's key calls nothing and is no longer consumed.
-    map->deregisterCommand(map->findCommand("mmc.plain"));
+    map->deregisterCommand(map->findCommand("mmc.plain"));  // its key is no longer consumed
     EXPECT_FALSE(mmc.tryKey(f5, KeyEvent::Press));
 }
 
 TEST(KeyMap, KeyNamesReadBackAndBadNamesAreNoKey) {
-    const std::vector<std::pair<const char*, const char*>> names = {{"Ctrl+Shift+F5", "Ctrl+Shift+F5"},
-                                                                    {"shift+ctrl+f5", "Ctrl+Shift+F5"},
-                                                                    {"a", "A"},
-                                                                    {"Alt++", "Alt++"},
-                                                                    {"+", "+"},
-                                                                    {"space", "Space"},
-                                                                    {"PageDown", "PageDown"},
-                                                                    {"F24", "F24"},
-                                                                    {"Ctrl+Alt+Esc", "Ctrl+Alt+Esc"}};
-    for (const auto& [text, printed] : names) {
-        const int code = keyCodeFromName(text);
-        EXPECT_NE(code, KeyCode::kNoKey) << text;
-        EXPECT_EQ(keyCodeName(code), printed) << text;
-    }
+    std::vector<std::pair<std::string, std::string>> names = {
+        {"shift+ctrl+f5", "Ctrl+Shift+F5"}, {"a", "A"}, {"space", "Space"}};
+    for (const char* same : {"Ctrl+Shift+F5", "Alt++", "+", "PageDown", "F24", "Ctrl+Alt+Esc"})
+        names.push_back({same, same});
+    for (const auto& [text, printed] : names)
+        EXPECT_EQ(keyCodeName(keyCodeFromName(text.c_str())), printed.c_str()) << text;
     for (const char* bad : {"", "F0", "F25", "F01", "Ctrl+", "Hyper+A", "Ctrl+Ctrl+A", "AB", "\x7f"})
         EXPECT_EQ(keyCodeFromName(bad), KeyCode::kNoKey) << bad;
     EXPECT_EQ(keyCodeFromName(nullptr), KeyCode::kNoKey);

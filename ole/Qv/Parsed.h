@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 
+/// A value read strictly from text, or why the text was refused.
 template <class T>
 struct [[nodiscard]] Parsed {
     T value{};
