@@ -48,30 +48,19 @@ struct CountingOwner : Dirtiable {
 TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
     const std::string dir = oletest::makeTempDir("configb");
     const std::string path = dir + "/every.cfg";
-    ASSERT_TRUE(oletest::writeFile(path,
-                                   "{\n"
-                                   "  Width:int   720  \n"
-                                   "\tTitle   Evening news, late edition  \r\n"
-                                   "# a comment\n"
-                                   "   # an indented comment\n"
-                                   "\n"
-                                   "      \n"
-                                   "  Url http://host:80/path\n"
-                                   "  Ratio:double 1.5\n"
-                                   "  Name:x\n"
-                                   "  Caf\xC3\xA9 \xC3\xA9t\xC3\xA9\n"
-                                   "}\n"
-                                   "  after:int 9\n"));
+    ASSERT_TRUE(oletest::writeFile(
+        path,
+        "{\n  Width:int   720  \n\tTitle   Evening news, late edition  \r\n# a comment\n"
+        "   # an indented comment\n\n      \n  Url http://host:80/path\n  Ratio:double 1.5\n"
+        "  Name:x\n  Caf\xC3\xA9 \xC3\xA9t\xC3\xA9\n}\n  after:int 9\n"));
     configb c(fromUTF8(path.c_str()));
     EXPECT_FALSE(c.get_dirty());
-    const std::vector<Entry> expected = {
-        {"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}},
-        {"Name", {"x", ""}},
-        {"Ratio", {"double", "1.5"}},
-        {"Title", {"", "Evening news, late edition"}},
-        {"Url", {"", "http://host:80/path"}},
-        {"Width", {"int", "720"}},
-    };
+    const std::vector<Entry> expected = {{"Caf\xC3\xA9", {"", "\xC3\xA9t\xC3\xA9"}},
+                                         {"Name", {"x", ""}},
+                                         {"Ratio", {"double", "1.5"}},
+                                         {"Title", {"", "Evening news, late edition"}},
+                                         {"Url", {"", "http://host:80/path"}},
+                                         {"Width", {"int", "720"}}};
     EXPECT_EQ(entriesOf(c), expected);
 
     // Reading again replaces what was there, even when there is nothing to read.
@@ -81,17 +70,8 @@ TEST(ConfigbText, FileWithEveryLineKindReadsIntoExactEntries) {
 
 TEST(ConfigbText, BlocksInsideLargerFiles) {
     const TextFile file = linesOf(
-        "[Section]\n"
-        "{\n"
-        "  a:int 1\n"
-        "  }\n"
-        "  b two words\n"
-        "EndSection\n"
-        " {\n"
-        "{\n"
-        "  c 3\n"
-        "  endsection trailing\n"
-        "  d 4\n");
+        "[Section]\n{\n  a:int 1\n  }\n  b two words\nEndSection\n {\n{\n  c 3\n  endsection trailing\n  d "
+        "4\n");
     configb c;
     c.set_end_str("EndSection");
     // {first line, block found, line after it}: no block starts at a heading or an indented "{"; the end
@@ -134,15 +114,9 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
 
     configb c;
     strp_field field(Text("field text"));
-    c.set("count", 42);
-    c.set("Scale", 1.25);
-    c.set("on", true);
-    c.set("title", "a: b  c");
-    c.set(Text("blank"), Text(""));
-    c.set("field", field);
-    c.set("clip", Cookie('E', 1234, 0, 17));
-    c.set("stamp", IdStamp(0x2A, 0x0123ABCD, 0x1F));
-    c.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
+    c.set("count", 42), c.set("Scale", 1.25), c.set("on", true), c.set("title", "a: b  c");
+    c.set(Text("blank"), Text("")), c.set("field", field), c.set("clip", Cookie('E', 1234, 0, 17));
+    c.set("stamp", IdStamp(0x2A, 0x0123ABCD, 0x1F)), c.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
     c.set("spaceTag", ConfigEntryT(Text("  "), Text("w")));
     EXPECT_EQ(std::string(c.asString().c_str()),
               "{\n  blank\n  clip:cookie " + std::string(Cookie('E', 1234, 0, 17).asString(true).c_str()) +
@@ -180,11 +154,10 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
 TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     CountingOwner owner;
     configb c(&owner);
-    EXPECT_EQ(c.set("Width", 5), 1);
-    EXPECT_FALSE(c.get_dirty());  // a new entry is not a change to saved data
-    EXPECT_EQ(c.set("WIDTH", "five"), 0);
-    EXPECT_EQ(c.set("width", 5), 0);
-    EXPECT_EQ(c.set("wIdTh", 5.0), 0);
+    // A new entry or an unchanged value is not a change to saved data.
+    const std::vector<int> added = {c.set("Width", 5), c.set("WIDTH", "five"), c.set("width", 5),
+                                    c.set("wIdTh", 5.0)};
+    EXPECT_EQ(added, (std::vector<int>{1, 0, 0, 0}));
     EXPECT_FALSE(c.get_dirty());
     EXPECT_EQ(owner.told, 0);
     EXPECT_EQ(c.set("wIdTh", 6), 1);
@@ -193,8 +166,7 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     EXPECT_EQ(entriesOf(c), (std::vector<Entry>{{"Width", {"int", "6"}}}));
 
     EXPECT_EQ(c.set("", 1), 0);
-    c.set("b", 1);
-    c.set("A", 1);
+    c.set("b", 1), c.set("A", 1);
     std::string order;
     for (const auto& entry : c.entries()) order += entry.first.c_str();
     EXPECT_EQ(order, "AbWidth");
@@ -260,10 +232,11 @@ TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
     const Text section(RegistryConfig::kDefaultSection);
     const Cookie cookie('P', 99, 0, 12);
     const IdStamp stamp(0x2A, 0x0123ABCD, 7);
-    GlobalConfig().setValue(section, "cfgInt", 12);
-    GlobalConfig().setValue(section, "cfgText", "some text");
-    GlobalConfig().setValue(section, "cfgCookie", cookie.asString(true));
-    GlobalConfig().setValue(section, "cfgStamp", stamp.asString());
+    const std::pair<const char*, Text> values[] = {{"cfgInt", "12"},
+                                                   {"cfgText", "some text"},
+                                                   {"cfgCookie", cookie.asString(true)},
+                                                   {"cfgStamp", stamp.asString()}};
+    for (const auto& [name, value] : values) GlobalConfig().setValue(section, name, value);
     EXPECT_EQ(config_long("cfgInt", 3), 12);
     EXPECT_EQ(config_int("cfgText", 3), 3);
     EXPECT_EQ(config_string("cfgMissing", "d"), "d");
@@ -280,14 +253,8 @@ TEST(ConfigOutb, IndentedNameValueLines) {
     config_outb out(file);
     bool flag = true;
     IdStamp stamp(1, 2, 3);
-    out.out("text", "hello there");
-    out.indent();
-    out.out("unsigned", 4000000000u);
-    out.indent();
-    out.out("double", 0.25);
-    out.outdent();
-    out.out("flag", flag);
-    out.out("stamp", stamp);
+    out.out("text", "hello there"), out.indent(), out.out("unsigned", 4000000000u), out.indent();
+    out.out("double", 0.25), out.outdent(), out.out("flag", flag), out.out("stamp", stamp);
     EXPECT_EQ(std::string(file.text().c_str()),
               "  text hello there\n    unsigned 4000000000\n      double 0.25000000\n    flag true\n"
               "    stamp 00000001000000023\n");
@@ -296,8 +263,7 @@ TEST(ConfigOutb, IndentedNameValueLines) {
 }
 
 namespace {
-// A packable object that keeps a record between two numbers, so that a record reading too much or too
-// little shows in its neighbours.
+// Packs a record between two numbers, so a record reading too much or too little shows in its neighbours.
 class Settings : public StreamableClass<Settings, Streamable> {
 public:
     static constexpr const char* kLayerName = "Settings";
@@ -321,14 +287,10 @@ public:
 
 TEST(ConfigbPack, RoundTripInsideALayeredObject) {
     Settings out;
-    out.before = 11;
-    out.after = -22;
-    out.config.set("Width", 720);
-    out.config.set("title", "two words");
-    out.config.set("empty", "");
+    out.before = 11, out.after = -22;
+    out.config.set("Width", 720), out.config.set("title", "two words"), out.config.set("empty", "");
     out.config.set("odd", ConfigEntryT(Text("mytag"), Text("v")));
-    out.config.set_end_str("EndSettings");
-    out.config.set_config_name("render");
+    out.config.set_end_str("EndSettings"), out.config.set_config_name("render");
 
     PStream stream;
     ASSERT_EQ(out.STRM_hierarchyPack(stream), STRM_OK);
@@ -338,8 +300,7 @@ TEST(ConfigbPack, RoundTripInsideALayeredObject) {
     in.config.set("stale", 1);
     ASSERT_EQ(in.STRM_hierarchyUnpack(stream), STRM_OK) << stream.messages().c_str();
     EXPECT_EQ(stream.position(), packedSize);
-    EXPECT_EQ(in.before, 11);
-    EXPECT_EQ(in.after, -22);
+    EXPECT_EQ(std::make_pair(in.before, in.after), std::make_pair(11, -22));
     EXPECT_EQ(entriesOf(in.config), entriesOf(out.config));
     EXPECT_EQ(in.config.get_end_str(), "EndSettings");
     EXPECT_EQ(in.config.get_config_name(), "render");
