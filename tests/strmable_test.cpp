@@ -7,6 +7,8 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <vector>
 
 using oletest::Blob;
 using oletest::Circle;
@@ -33,9 +35,7 @@ public:
 
 Circle makeCircle() {
     Circle c;
-    c.sides = 1;
-    c.radius = 2.5;
-    c.label = "wheel";
+    c.sides = 1, c.radius = 2.5, c.label = "wheel";
     return c;
 }
 
@@ -53,19 +53,13 @@ std::string le(T value) {
 TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
     StreamFile f;
     PStream s(&f);
-    DynamicIntegralStorage<unsigned char, unsigned short>(254).write(s);
-    DynamicIntegralStorage<unsigned char, unsigned short>(255).write(s);
-    DynamicIntegralStorage<unsigned short, unsigned int>(65534).write(s);
-    DynamicIntegralStorage<unsigned short, unsigned int>(70000).write(s);
+    DynamicIntegralStorage<unsigned char, unsigned short> narrow(254), narrow2(255);
+    DynamicIntegralStorage<unsigned short, unsigned int> wide(65534), wide2(70000);
+    narrow.write(s), narrow2.write(s), wide.write(s), wide2.write(s);
     EXPECT_EQ(bytesOf(f), std::string("\xFE\xFF\xFF\x00\xFE\xFF\xFF\xFF\x70\x11\x01\x00", 12));
-
     f.seek(0);
-    DynamicIntegralStorage<unsigned char, unsigned short> narrow;
-    DynamicIntegralStorage<unsigned short, unsigned int> wide;
-    EXPECT_EQ(narrow.read(s), 254u);
-    EXPECT_EQ(narrow.read(s), 255u);
-    EXPECT_EQ(wide.read(s), 65534u);
-    EXPECT_EQ(wide.read(s), 70000u);
+    const std::vector<unsigned> read = {narrow.read(s), narrow.read(s), wide.read(s), wide.read(s)};
+    EXPECT_EQ(read, (std::vector<unsigned>{254, 255, 65534, 70000}));
 
     StreamFile cut("\xFF\x01", 2);  // the escape and half a word
     PStream t(&cut);
@@ -90,13 +84,10 @@ TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
     f.seek(0);
     Circle copy;
     EXPECT_EQ(copy.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(copy.sides, 1);
-    EXPECT_EQ(copy.radius, 2.5);
+    EXPECT_EQ(std::make_tuple(copy.sides, copy.radius, copy.seenMajor, copy.seenMinor),
+              std::make_tuple(1, 2.5, 1, 1));
     EXPECT_EQ(copy.label, LightweightString<char>("wheel"));
-    EXPECT_EQ(copy.seenMajor, 1);
-    EXPECT_EQ(copy.seenMinor, 1);
-    EXPECT_TRUE(f.atEnd());
-    EXPECT_TRUE(s.messages().empty());
+    EXPECT_TRUE(f.atEnd() && s.messages().empty());
 
     EXPECT_EQ(copy.hierarchyName(), LightweightString<char>("Streamable.Shape.Circle"));
     EXPECT_EQ(copy.hierarchyName(false, true), LightweightString<char>("Shape.Circle"));
@@ -108,9 +99,9 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
     StreamFile f;
     PStream s(&f);
     ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
-    Square next;
-    next.side = 4;
-    ASSERT_EQ(next.STRM_hierarchyPack(s), STRM_OK);
+    Square after;
+    after.side = 4;
+    ASSERT_EQ(after.STRM_hierarchyPack(s), STRM_OK);
 
     f.seek(0);
     CircleReader less;
@@ -121,15 +112,13 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
                  "Warning: Not all object data was read while unpacking object Circle, layer Circle v3.2, "
                  "6/14 bytes unread.\n");
     // Skipping left the stream at the next object.
-    Square after;
+    after.side = 0;
     EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_OK);
     EXPECT_EQ(after.side, 4.0f);
 
-    f.seek(0);
-    s.messages().clear();
-    CircleReader more;
-    more.extra = 1;
-    EXPECT_EQ(more.STRM_hierarchyUnpack(s), STRM_FAILED);
+    f.seek(0), s.messages().clear();
+    less.extra = 1;
+    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_FAILED);
     EXPECT_STREQ(s.messages().c_str(),
                  "Error: Unpacker read beyond end of chunk while unpacking object Circle, layer Circle v3.2, "
                  "8 bytes overread.\n");
@@ -164,9 +153,7 @@ TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
     // A derived layer under another name.
     bad = good;
     bad[good.find("Circle\0", 40, 7)] = 'K';
-    badFile.assign(bad.data(), bad.size());
-    badStream.clearError();
-    badStream.messages().clear();
+    badFile.assign(bad.data(), bad.size()), badStream.clearError(), badStream.messages().clear();
     EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
     EXPECT_STREQ(badStream.messages().c_str(),
                  "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle");
@@ -217,19 +204,16 @@ TEST(Streamable, OldFormatStreamsAreRead) {
     EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
     PStream nothing;  // no header: no object and no size
     const StreamObjectInfo none = theSOManager().objectInfo(nothing);
-    EXPECT_FALSE(none.valid);
-    EXPECT_EQ(none.size, 0u);
+    EXPECT_TRUE(!none.valid && none.size == 0u);
 
     Circle c;
     EXPECT_EQ(c.STRM_hierarchyUnpack(r), STRM_OK);
-    EXPECT_EQ(c.sides, 9);
-    EXPECT_EQ(c.radius, 0.5);
+    EXPECT_EQ(std::make_pair(c.sides, c.radius), std::make_pair(9, 0.5));
     EXPECT_EQ(c.label, LightweightString<char>("rim"));
     EXPECT_NE(std::string(r.messages().c_str()).find("2/14 bytes unread"), std::string::npos);
 
     // A revision that does not fit a byte.
-    f.clear();
-    f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
+    f.clear(), f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
     header("Streamable", 300, 0, 0, 0);
     f.seek(0);
     PStream o(&f);
@@ -240,9 +224,9 @@ TEST(Streamable, OldFormatStreamsAreRead) {
 
 TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     StreamObjectManager& m = theSOManager();
-    EXPECT_EQ(m.registerClass<Circle>(), 1);
-    EXPECT_EQ(m.registerClass<Circle>(), 0);
-    EXPECT_EQ(m.registerClass<Square>(), 1);
+    const std::vector<int> added = {m.registerClass<Circle>(), m.registerClass<Circle>(),
+                                    m.registerClass<Square>()};
+    EXPECT_EQ(added, (std::vector<int>{1, 0, 1}));
     StreamClassRecord record;
     EXPECT_EQ(m.lookup("Circle", record), 0);
     EXPECT_EQ(record.hierarchyName, LightweightString<char>("Shape.Circle"));
@@ -254,10 +238,8 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     PStream s(&f);
     Square sq;
     sq.side = 3;
-    Shape plain;
-    makeCircle().STRM_hierarchyPack(s);
-    plain.STRM_hierarchyPack(s);  // Shape itself is not registered
-    sq.STRM_hierarchyPack(s);
+    makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s),
+        sq.STRM_hierarchyPack(s);  // Shape: unregistered
 
     f.seek(0);
     Qv::Ptr<Streamable> first = m.readObject(s);
@@ -276,14 +258,13 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
         std::string(s.messages().c_str()).find("StreamObjectManager::readObject(): Failed to read header!\n"),
         std::string::npos);
 
-    f.seek(0);
-    s.clearError();
+    f.seek(0), s.clearError();
     Circle target;
     EXPECT_EQ(m.readObjectAs(s, target), STRM_OK);
     EXPECT_EQ(target.radius, 2.5);
 
-    EXPECT_EQ(m.unregisterClass("Circle"), 1);
-    EXPECT_EQ(m.unregisterClass("Circle"), 0);
+    EXPECT_EQ((std::vector<int>{m.unregisterClass("Circle"), m.unregisterClass("Circle")}),
+              (std::vector<int>{1, 0}));
     EXPECT_EQ(m.lookup("Shape.Circle", record), -1);
     EXPECT_EQ(m.unregisterClass("Square"), 1);
 }
