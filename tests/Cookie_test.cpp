@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 #include <ostream>
 #include <set>
 #include <string>
@@ -75,18 +76,14 @@ TEST(CookieCodes, EveryMachineNumberHasItsOwnCodeAndPair) {
 }
 
 TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
-    struct Case {
-        int machine;
-        const char* text;
-    };
-    for (const Case& c :
-         {Case{647, "PZ0Z002S"}, Case{648, "P000002S"}, Case{0, "P001002S"}, Case{1296, "P00(002S"},
-          Case{1871, "PZ0~002S"}, Case{1872, "P(00002S"}, Case{2703, "P~0~002S"}}) {
-        const Cookie cookie('P', 100, 0, c.machine);
-        EXPECT_EQ(text(cookie), c.text) << c.machine;
-        EXPECT_EQ(narrow(cookie.asWString()), c.text);
-        EXPECT_EQ(Cookie(c.text, true).getMachineNumber(), unsigned(c.machine));
-        EXPECT_EQ(Cookie(Qv::widen(c.text), true), cookie);
+    const std::pair<int, const char*> cases[] = {{647, "PZ0Z002S"},  {648, "P000002S"},  {0, "P001002S"},
+                                                 {1296, "P00(002S"}, {1871, "PZ0~002S"}, {1872, "P(00002S"},
+                                                 {2703, "P~0~002S"}};
+    for (const auto& [machine, form] : cases) {
+        const Cookie cookie('P', 100, 0, machine);
+        EXPECT_EQ(text(cookie) + narrow(cookie.asWString()), std::string(form) + form) << machine;
+        EXPECT_EQ(Cookie(form, true).getMachineNumber(), unsigned(machine));
+        EXPECT_EQ(Cookie(Qv::widen(form), true), cookie);
     }
     EXPECT_EQ(text(Cookie('P', 1679615, 0, 5)), "P00BZZZZ");
     for (const Cookie& bad : {Cookie('P', 100, 0, 2704), Cookie('P', 100, 0, -1), Cookie('P', 1679616, 0, 5),
@@ -101,8 +98,7 @@ TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
 }
 
 TEST(CookieText, VersionsAndTheUUIDForm) {
-    EXPECT_EQ(text(Cookie('O', 7, 3, 5), false), "O00B0007");
-    EXPECT_EQ(text(Cookie('O', 7, 3, 5), true), "O03B0007");
+    EXPECT_EQ(text(Cookie('O', 7, 3, 5), false) + text(Cookie('O', 7, 3, 5), true), "O00B0007O03B0007");
     EXPECT_EQ(text(Cookie('S', 7, 12, 5), false), "S0CB0007");  // type S always shows its version
     EXPECT_EQ(Cookie("S0CB0007", false).getVersion(), 1);
     EXPECT_EQ(text(Cookie()), "INVALID");
@@ -110,9 +106,8 @@ TEST(CookieText, VersionsAndTheUUIDForm) {
 
     const Qv::UUID id(kUUIDText);
     const std::string full = std::string("P07-") + kUUIDText;
-    EXPECT_EQ(text(Cookie('P', id, 7), true), full);
     EXPECT_EQ(text(Cookie('P', id, 7), false), std::string("P00-") + kUUIDText);
-    EXPECT_EQ(narrow(Cookie('P', id, 7).asWString()), full);
+    EXPECT_EQ(text(Cookie('P', id, 7)) + narrow(Cookie('P', id, 7).asWString()), full + full);
     EXPECT_TRUE(Cookie(full.c_str(), true) == Cookie('P', id, 7) && Cookie(full.c_str(), true).isUUID());
     EXPECT_EQ(Cookie((std::string("S07-") + kUUIDText).c_str(), false).getVersion(), 0);  // not S's default
     EXPECT_EQ(Cookie(Qv::widen(full.c_str()), true), Cookie('P', id, 7));
@@ -120,8 +115,8 @@ TEST(CookieText, VersionsAndTheUUIDForm) {
     EXPECT_EQ(Cookie(("p" + full.substr(1)).c_str(), true).getType(), 'P');
     EXPECT_FALSE(Cookie("P07-00000000-0000-0000-0000-000000000000", true).valid());
     // A three-digit version takes the place of the "-": the UUID starts at position 4 regardless.
-    EXPECT_EQ(text(Cookie('P', id, 200)), std::string("P200") + kUUIDText);
-    EXPECT_EQ(narrow(Cookie('P', id, 200).asWString()), std::string("P200") + kUUIDText);
+    const std::string long200 = std::string("P200") + kUUIDText;
+    EXPECT_EQ(text(Cookie('P', id, 200)) + narrow(Cookie('P', id, 200).asWString()), long200 + long200);
 }
 
 TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
@@ -129,17 +124,14 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
     std::string gap19 = uuid, noDash = uuid;
     gap19[19] = 'G';
     noDash[3] = 'x';
-    struct Case {
-        std::string text;
-        bool wellFormed, parses;
-    };
-    for (const Case& c :
-         {Case{"P00B002S", true, true}, Case{"p00B002S", false, true}, Case{"P00b002S", false, true},
-          Case{"B00B002S", false, true}, Case{"P00B00.S", false, true}, Case{"P0.B002S", false, true},
-          Case{"P00*002S", false, false}, Case{gap19, true, false}, Case{noDash, false, true},
-          Case{"A" + uuid.substr(1), true, false}, Case{"P7A" + uuid.substr(3), false, true}}) {
-        EXPECT_EQ(Cookie::isValid(c.text.c_str()), c.wellFormed) << c.text;
-        EXPECT_EQ(Cookie(c.text.c_str(), true).valid(), c.parses) << c.text;
+    using C = std::tuple<std::string, bool, bool>;  // text, well formed, parses
+    for (const auto& [form, wellFormed, parses] :
+         {C{"P00B002S", true, true}, C{"p00B002S", false, true}, C{"P00b002S", false, true},
+          C{"B00B002S", false, true}, C{"P00B00.S", false, true}, C{"P0.B002S", false, true},
+          C{"P00*002S", false, false}, C{gap19, true, false}, C{noDash, false, true},
+          C{"A" + uuid.substr(1), true, false}, C{"P7A" + uuid.substr(3), false, true}}) {
+        EXPECT_EQ(Cookie::isValid(form.c_str()), wellFormed) << form;
+        EXPECT_EQ(Cookie(form.c_str(), true).valid(), parses) << form;
     }
     EXPECT_EQ(Cookie("P00B00.S", true).getNumber(), 28u);  // punctuation counts as the digit 0
     for (std::size_t i = 4; i < uuid.size(); ++i) {  // every hexadecimal position of the UUID form but 19
@@ -183,10 +175,8 @@ TEST(CookieEffects, BuiltInRangesNeedTheBuiltInMachine) {
 class MachineNumberTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char* cwd = getcwd(nullptr, 0);
-        oldCwd_ = cwd;
-        std::free(cwd);
-        oldHome_ = std::getenv("QUORVANE_HOME");
+        char cwd[4096];
+        oldCwd_ = getcwd(cwd, sizeof cwd), oldHome_ = std::getenv("QUORVANE_HOME");
         cwd_ = oletest::makeTempDir("cwd");
         ASSERT_EQ(chdir(cwd_.c_str()), 0);
         setenv("QUORVANE_HOME", oletest::makeTempDir("home").c_str(), 1);
@@ -223,11 +213,11 @@ TEST_F(MachineNumberTest, SourcesAreTriedInOrder) {
     writeSettingsFile("30");
     oletest::writeFile(cwd_ + "/machine.num", "20");
     oletest::writeFile(cwd_ + "/c:\\machine.num", "10 trailing");
-    EXPECT_EQ(our_machine_number_get_from_file(), 10);
-    unlink((cwd_ + "/c:\\machine.num").c_str());
-    EXPECT_EQ(our_machine_number_get_from_file(), 20);
-    unlink((cwd_ + "/machine.num").c_str());
-    EXPECT_EQ(our_machine_number_get_from_file(), 30);
+    const std::pair<int, const char*> sources[] = {{10, "c:\\machine.num"}, {20, "machine.num"}, {30, ""}};
+    for (const auto& [number, file] : sources) {  // each file in turn is found, then removed
+        EXPECT_EQ(our_machine_number_get_from_file(), number);
+        unlink((cwd_ + "/" + file).c_str());
+    }
     ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 40));
     EXPECT_EQ(our_machine_number_get_from_file(), 40);
 }
