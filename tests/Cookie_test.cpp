@@ -58,15 +58,14 @@ TEST(CookieCodes, EveryMachineNumberHasItsOwnCodeAndPair) {
     for (int m = 0; m <= 2703; ++m) {
         const unsigned code = Cookie::encodeMachineNumber(m);
         ASSERT_EQ(Cookie::decodeMachineNumber(code), m);
-        const std::pair<char, char> pair = Cookie::get2DigitBase52Map36Code(code);
+        const std::pair<char, char> pair = *pairs.insert(Cookie::get2DigitBase52Map36Code(code)).first;
         ASSERT_EQ(Cookie::base52Map36ToInt(pair.first, pair.second), code) << m;
-        pairs.insert(pair);
         const Cookie cookie('E', m * 613 % 1679616, 7, m);  // and the whole text form
         ASSERT_EQ(Cookie(cookie.asString(true).c_str(), true), cookie);
     }
     EXPECT_EQ(pairs.size(), 2704u);
-    EXPECT_EQ(Cookie::encodeMachineNumber(2704), 0xFFFFFFFFu);
-    EXPECT_EQ(Cookie::decodeMachineNumber(2704), 65535);
+    EXPECT_TRUE(Cookie::encodeMachineNumber(2704) == 0xFFFFFFFFu &&
+                Cookie::decodeMachineNumber(2704) == 65535);
     EXPECT_EQ(Cookie::base52Map36ToInt('z', 'z'), 1295u);
     expectRuntimeError([] { Cookie::get2DigitBase52Map36Code(2704); },
                        "Number out of range in get2DigitBase52Map36Code!", 965);
@@ -177,8 +176,7 @@ protected:
     void SetUp() override {
         char cwd[4096];
         oldCwd_ = getcwd(cwd, sizeof cwd), oldHome_ = std::getenv("QUORVANE_HOME");
-        cwd_ = oletest::makeTempDir("cwd");
-        ASSERT_EQ(chdir(cwd_.c_str()), 0);
+        ASSERT_EQ(chdir((cwd_ = oletest::makeTempDir("cwd")).c_str()), 0);
         setenv("QUORVANE_HOME", oletest::makeTempDir("home").c_str(), 1);
         GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
         Cookie::resetLocalMachineNumberForTesting();
@@ -186,9 +184,8 @@ protected:
     }
     void TearDown() override {
         GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
+        setenv("QUORVANE_HOME", oldHome_.c_str(), 1), Cookie::resetLocalMachineNumberForTesting();
         ASSERT_EQ(chdir(oldCwd_.c_str()), 0);
-        setenv("QUORVANE_HOME", oldHome_.c_str(), 1);
-        Cookie::resetLocalMachineNumberForTesting();
     }
     void writeSettingsFile(const char* content) {
         OS()->fileSystem()->createDirectory(getMachineSettingsDirectory().c_str());
@@ -234,17 +231,16 @@ TEST_F(MachineNumberTest, InvalidNumbersWarnAndFallBackToOne) {
     ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 3000));
     oletest::LogCapture log;
     EXPECT_EQ(our_machine_number_get_from_file(), 0);
-    EXPECT_TRUE(log.contains("invalid machine number (3000), resetting to default\n"));
-    EXPECT_FALSE(log.contains("Cannot find valid Machine Number"));
+    EXPECT_TRUE(log.contains("invalid machine number (3000), resetting to default\n") &&
+                !log.contains("Cannot find valid Machine Number"));
 }
 
 TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
     writeSettingsFile("2015");  // code pair "[" "]", which are wildcard syntax
-    const std::string dir = narrow(getProjectsBaseDirectory());
     OS()->fileSystem()->createDirectory(getProjectsBaseDirectory().c_str());
     for (const char* name :
          {"P[0]002S.qvp", "P[1]0100.QVP", "P?0]ZZZZ.qvp", "P[0]ZZZZ.txt", "E[0]ZZZZ.qvp", "P[0]ZZZZ"})
-        oletest::writeFile(dir + "/" + name, "");
+        oletest::writeFile(narrow(getProjectsBaseDirectory()) + "/" + name, "");
     oletest::LogCapture log;
     EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
     EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
@@ -261,7 +257,6 @@ TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
         EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);
     Cookie::resetLocalMachineNumberForTesting();
     EXPECT_TRUE(Cookie::hasLocalMachineNumber());
-
     writeSettingsFile("99999");
     oletest::LogCapture log;
     EXPECT_FALSE(Cookie::hasLocalMachineNumber());

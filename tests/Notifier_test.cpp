@@ -16,10 +16,7 @@ class Fn : public iCallbackBase<int, A> {
 public:
     explicit Fn(std::function<void(const A&)> f) : f_(std::move(f)) { ++live; }
     ~Fn() override { --live; }
-    int execute(const A& arg) override {
-        f_(arg);
-        return 1;
-    }
+    int execute(const A& arg) override { return f_(arg), 1; }
     static inline std::atomic<int> live{0};
 
 private:
@@ -44,8 +41,7 @@ const int kDestroy = 1;
 
 TEST(NotifyMsgTypeDictionary, InternsDenseIdsAndNamesThem) {
     NotifyMsgTypeDictionary& dict = NotifyMsgTypeDictionary::instance();
-    EXPECT_EQ(dict.intern("*"), kAny);
-    EXPECT_EQ(dict.intern("destroy!"), kDestroy);
+    EXPECT_TRUE(dict.intern("*") == kAny && dict.intern("destroy!") == kDestroy);
     const int id = int(dict.size());
     EXPECT_EQ(dict.intern("DictionaryTestType"), id);
     EXPECT_EQ(dict.intern("DictionaryTestType"), id);
@@ -157,15 +153,13 @@ TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
         stubborn = ex.registerNotification(on<NotifierEvent<int>>([](const NotifierEvent<int>&) {}), kAny);
         Notifier n;
         plain = n.registerNotification(on<NotifyMsg>([&](const NotifyMsg& m) {
-                                           EXPECT_EQ(m.type(), kDestroy);
-                                           EXPECT_EQ(m.sender(), &n);
+                                           EXPECT_TRUE(m.type() == kDestroy && m.sender() == &n);
                                            plain.reset();
                                        }),
                                        kAny);
     }
     EXPECT_EQ(destroyValue, 0);
-    EXPECT_TRUE(polite == nullptr);
-    EXPECT_TRUE(plain == nullptr);
+    EXPECT_TRUE(polite == nullptr && plain == nullptr);
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 1);
     stubborn.reset();  // outlived its notifier: releasing it only frees the callback
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 0);
@@ -176,18 +170,15 @@ TEST(NotifyMsg, CopiesShareOneBodyAndTokensSplitOnBlanks) {
     Qv::Ptr<iObject> payload(new Payload);
     NotifyMsg a("text", payload), c;
     c = a;
-    EXPECT_EQ(a.rep(), c.rep());
+    EXPECT_TRUE(a.rep() == c.rep() && c.payload() == payload);
     EXPECT_STREQ(static_cast<const char*>(c), "text");
-    EXPECT_EQ(c.payload(), payload);
     EXPECT_EQ(static_cast<const char*>(NotifyMsg()), nullptr);
 
     std::vector<std::string> words;
     for (NotifyMsgTokenIterator it(NotifyMsg("  alpha \t beta\n\ngamma   ")); ++it;) words.push_back(*it);
     EXPECT_EQ(words, (std::vector<std::string>{"alpha", "beta", "gamma"}));
-    for (const NotifyMsg& blank : {NotifyMsg(""), NotifyMsg("   \t "), NotifyMsg()}) {
-        NotifyMsgTokenIterator it{blank};
-        EXPECT_FALSE(++it);
-    }
+    for (const NotifyMsg& blank : {NotifyMsg(""), NotifyMsg("   \t "), NotifyMsg()})
+        EXPECT_FALSE(++NotifyMsgTokenIterator{blank});
 }
 
 TEST(Notifiable, QueuesBodiesForLater) {
@@ -209,8 +200,8 @@ TEST(Notifiable, QueuesBodiesForLater) {
         n.issueNotification(NotifyMsg("one"), typeId("One"));
         r.bufNotify(shared);
         EXPECT_EQ(r.numBuffered(), 2u);
-    }  // "destroy!" is queued as well
-    EXPECT_TRUE(r.got.empty());
+    }                            // "destroy!" is queued as well
+    EXPECT_TRUE(r.got.empty());  // nothing runs before the owner asks
     r.processBuffered();
     EXPECT_EQ(r.got, (std::vector<std::string>{"n:one", "n:shared", "d:destroy!"}));
     EXPECT_EQ(r.numBuffered() + 10 * other.numBuffered(), 10u);
@@ -220,11 +211,8 @@ TEST(NotifierBase, DebugCommandGoesThroughTheInstalledRegistration) {
     EXPECT_FALSE(NotifierBase::registerCommands());
     static std::string name;
     static void (*action)() = nullptr;
-    NotifierBase::setCommandRegistration([](const char* n, void (*a)()) {
-        name = n;
-        action = a;
-        return true;
-    });
+    NotifierBase::setCommandRegistration(
+        [](const char* n, void (*a)()) { return name = n, action = a, true; });
     EXPECT_TRUE(NotifierBase::registerCommands());
     NotifierBase::setCommandRegistration(nullptr);
     EXPECT_EQ(name, "toggle_debug_notify");
@@ -255,10 +243,8 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
     for (int t = 0; t < kIssuers; ++t)
         threads.emplace_back([&] {
             while (!go) std::this_thread::yield();
-            for (int i = 0; i < 1000 || (registrarsLeft > 0 && i < 100000); ++i) {
+            for (int i = 0; i < 1000 || (registrarsLeft > 0 && i < 100000); ++i, ++issued)
                 n.issueNotification(NotifyMsg("tick"), kAny);
-                ++issued;
-            }
         });
     for (int t = 0; t < kRegistrars; ++t)
         threads.emplace_back([&, t] {
@@ -270,9 +256,7 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
                     kAny);
                 p.after = serial.load();
                 std::this_thread::yield();
-                p.dropStart = serial.load();
-                guard.reset();
-                p.dropEnd = serial.load();
+                p.dropStart = serial.load(), guard.reset(), p.dropEnd = serial.load();
             }
             --registrarsLeft;
         });

@@ -43,6 +43,20 @@ std::string bytesOf(const StreamFile& f) {
     return std::string(reinterpret_cast<const char*>(f.data()), f.size());
 }
 
+std::string packed(const Streamable& object) {
+    StreamFile f;
+    PStream s(&f);
+    EXPECT_EQ(object.STRM_hierarchyPack(s), STRM_OK);
+    return bytesOf(f);
+}
+// Unpacks `object` from `bytes`: the result and the stream's messages.
+std::pair<int, std::string> unpack(Streamable& object, const std::string& bytes) {
+    StreamFile f(bytes.data(), bytes.size());
+    PStream s(&f);
+    const int rc = object.STRM_hierarchyUnpack(s);
+    return {rc, s.messages().c_str()};
+}
+
 template <class T>
 std::string le(T value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
@@ -130,46 +144,29 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
 }
 
 TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
-    StreamFile f;
-    PStream s(&f);
-    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
-    const std::string good = bytesOf(f);
-
-    f.seek(0);
+    const std::string good = packed(makeCircle());
+    using Result = std::pair<int, std::string>;
     Square square;
-    EXPECT_EQ(square.STRM_hierarchyUnpack(s), STRM_FAILED);
-    EXPECT_STREQ(s.messages().c_str(),
-                 "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle");
-
-    // A base layer of an unknown revision.
+    EXPECT_EQ(unpack(square, good),
+              Result(STRM_FAILED, "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle"));
     std::string bad = good;
-    bad[11] = 7;
-    StreamFile badFile(bad.data(), bad.size());
-    PStream badStream(&badFile);
+    bad[11] = 7;  // a base layer of an unknown revision
     Circle c;
-    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
-    EXPECT_STREQ(badStream.messages().c_str(), "Unrecognized version for Streamable base");
-
-    // A derived layer under another name.
+    EXPECT_EQ(unpack(c, bad), Result(STRM_FAILED, "Unrecognized version for Streamable base"));
     bad = good;
-    bad[good.find("Circle\0", 40, 7)] = 'K';
-    badFile.assign(bad.data(), bad.size()), badStream.clearError(), badStream.messages().clear();
-    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
-    EXPECT_STREQ(badStream.messages().c_str(),
-                 "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle");
+    bad[good.find("Circle\0", 40, 7)] = 'K';  // a derived layer under another name
+    EXPECT_EQ(
+        unpack(c, bad),
+        Result(STRM_FAILED, "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle"));
 
     // Every truncation fails cleanly with a message.
     for (std::size_t n = 0; n < good.size(); ++n) {
-        StreamFile cut(good.data(), n);
-        PStream t(&cut);
         Circle into;
-        EXPECT_EQ(into.STRM_hierarchyUnpack(t), STRM_FAILED) << n;
-        EXPECT_FALSE(t.messages().empty()) << n;
+        const Result got = unpack(into, good.substr(0, n));
+        EXPECT_TRUE(got.first == STRM_FAILED && !got.second.empty()) << n;
     }
-    StreamFile cut(good.data(), 40);
-    PStream t(&cut);
-    c.STRM_hierarchyUnpack(t);
-    EXPECT_STREQ(t.messages().c_str(), "Unexpected end-of-file while unpacking Circle, layer Streamable");
+    EXPECT_EQ(unpack(c, good.substr(0, 40)).second,
+              "Unexpected end-of-file while unpacking Circle, layer Streamable");
 }
 
 // Old streams: the marker, variable-width revisions and the total size before the own size.
@@ -270,14 +267,9 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
 }
 
 TEST(Streamable, ChunkAsBinaryAndAssign) {
-    StreamFile f;
-    PStream s(&f);
-    Blob out;
+    Blob out, in;
     out.block = Qv::Ptr<iMemHolder>(new MemHolder("\x01\x02\x03", 3));
-    ASSERT_EQ(out.STRM_hierarchyPack(s), STRM_OK);
-    f.seek(0);
-    Blob in;
-    ASSERT_EQ(in.STRM_hierarchyUnpack(s), STRM_OK);
+    ASSERT_EQ(unpack(in, packed(out)).first, STRM_OK);
     ASSERT_NE(in.block, nullptr);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(in.block->data()), in.block->size()), "\x01\x02\x03");
 
