@@ -61,8 +61,7 @@ TYPED_TEST(StringTest, ConstructionFitsExactlyAndAppendsDoubleToPowersOfTwo) {
         for (int i = 0; i < 3; ++i) append(s);
         EXPECT_EQ(s.c_str(), block) << "lengths 5 to 7 are written in place";
         append(s);
-        EXPECT_EQ(s.capacity(), 16u);
-        EXPECT_EQ(this->str(s), this->lit("abcxxxxx"));
+        EXPECT_TRUE(s.capacity() == 16u && this->str(s) == this->lit("abcxxxxx"));
 
         S fromEmpty;
         append(fromEmpty);
@@ -117,14 +116,12 @@ TYPED_TEST(StringTest, WritesThroughOperatorIndexCopyOnlyAChangedSharedBlock) {
 
     b[0] = TypeParam('j');
     EXPECT_EQ(this->str(b) + this->str(a), this->lit("jellohello"));
-    EXPECT_EQ(a.c_str(), block);
-    EXPECT_EQ(a.refCount(), 1);
+    EXPECT_TRUE(a.c_str() == block && a.refCount() == 1);
     EXPECT_EQ(b.capacity(), 8u) << "the private copy is rounded to a power of two";
 
     const TypeParam* own = b.c_str();
     b[1] = b[4];  // unshared: in place
-    EXPECT_EQ(b.c_str(), own);
-    EXPECT_EQ(this->str(b), this->lit("jollo"));
+    EXPECT_TRUE(b.c_str() == own && this->str(b) == this->lit("jollo"));
 
     S c = b;
     c.unshare();
@@ -139,19 +136,16 @@ TYPED_TEST(StringTest, ResizeReusesAnUnsharedBlockAndOtherwiseMovesToAPowerOfTwo
     S s = this->s("abcdef");  // capacity 7
     const TypeParam* block = s.c_str();
     s.resizeFor(3);
-    EXPECT_EQ(s.c_str(), block);
-    EXPECT_EQ(this->str(s), this->lit("abc"));
+    EXPECT_TRUE(s.c_str() == block && this->str(s) == this->lit("abc"));
     s.resizeFor(6);
-    EXPECT_EQ(s.c_str(), block);
-    EXPECT_EQ(s.c_str()[6], TypeParam(0));
+    EXPECT_TRUE(s.c_str() == block && s.c_str()[6] == TypeParam(0));
     s.resizeFor(7);  // no room left for the terminator
     EXPECT_EQ(std::make_pair(s.capacity(), s.size()), std::make_pair(8u, 7u));
 
     S shared = this->s("abcdef");
     const S sharer = shared;
     shared.resizeFor(2);  // would fit, but the block is shared
-    EXPECT_EQ(shared.capacity(), 4u);
-    EXPECT_EQ(this->str(sharer), this->lit("abcdef"));
+    EXPECT_TRUE(shared.capacity() == 4u && this->str(sharer) == this->lit("abcdef"));
 
     S kept = this->s("hello");
     kept.resize(3);
@@ -161,15 +155,13 @@ TYPED_TEST(StringTest, ResizeReusesAnUnsharedBlockAndOtherwiseMovesToAPowerOfTwo
     EXPECT_EQ(this->str(kept.substr(0, 3)), this->lit("hel"));
     S sharesKept = kept;
     kept.resize(2);
-    EXPECT_EQ(this->str(kept), this->lit("he"));
-    EXPECT_EQ(this->str(sharesKept.substr(0, 3)), this->lit("hel"));
+    EXPECT_EQ(this->str(kept) + this->str(sharesKept.substr(0, 3)), this->lit("hehel"));
 }
 
 TYPED_TEST(StringTest, JoinAndOwnBufferAsSource) {
     using S = typename TestFixture::S;
     const S joined = S::join(this->t("ab"), 2, this->t("cde"), 3);
-    EXPECT_EQ(this->str(joined), this->lit("abcde"));
-    EXPECT_EQ(joined.capacity(), 8u);
+    EXPECT_TRUE(this->str(joined) == this->lit("abcde") && joined.capacity() == 8u);
     EXPECT_EQ(this->str(S::join(nullptr, 0, this->t("xy"), 2)), this->lit("xy"));
     EXPECT_EQ(this->str(this->s("left") + this->s("right")), this->lit("leftright"));
 
@@ -246,11 +238,10 @@ TYPED_TEST(StringTest, ThreadsShareOneBlockSafely) {
 TEST(CaseInsensitiveCompare, MapKeysIgnoreCase) {
     std::map<LightweightString<char>, int, Qv::caseInsensitiveCompare> values{{"Width", 1}, {"height", 3}};
     values["WIDTH"] = 2, values[LightweightString<char>()] = 4, values[""] = 5;
-    std::vector<std::string> order;
-    for (const auto& entry : values) order.emplace_back(entry.first.c_str());
-    EXPECT_EQ(order, (std::vector<std::string>{"", "height", "Width"}));
-    EXPECT_EQ(values["width"], 2);
-    EXPECT_EQ(values[""], 5);
+    std::string order;
+    for (const auto& entry : values) order += std::string(entry.first.c_str()) + ",";
+    EXPECT_EQ(order, ",height,Width,");
+    EXPECT_TRUE(values["width"] == 2 && values[""] == 5);
 }
 
 }  // namespace

@@ -70,8 +70,7 @@ TYPED_TEST_SUITE(PtrTest, CountTraits);
 TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
     using P = typename TestFixture::P;
     P null;
-    EXPECT_EQ(wordsOf(null), kNull);
-    EXPECT_EQ(null.decRef(), 0);
+    EXPECT_TRUE(wordsOf(null) == kNull && null.decRef() == 0);
     EXPECT_TRUE(P(static_cast<Tracked*>(nullptr)) == nullptr);
 
     Tracked* object = new Tracked(7);
@@ -86,20 +85,15 @@ TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
         const P other(new Tracked(8));
         EXPECT_FALSE(a < b || b < a) << "strict: equal pointers are not less";
         EXPECT_NE(a < other, other < a);
-        EXPECT_EQ(wordsOf(c), wordsOf(a));
-        EXPECT_EQ(a.refCount(), 3);
+        EXPECT_TRUE(wordsOf(c) == wordsOf(a) && a.refCount() == 3);
         c.reset();
         EXPECT_EQ(wordsOf(c), kNull);
         // decRef keeps the words until the count reaches zero.
         const Words words = wordsOf(b);
-        EXPECT_EQ(b.decRef(), 1);
-        EXPECT_EQ(wordsOf(b), words);
-        b.incRef();
-        b.reset();
+        EXPECT_TRUE(b.decRef() == 1 && wordsOf(b) == words);
+        b.incRef(), b.reset();
         EXPECT_EQ(Tracked::destroyed, 0);
-        EXPECT_EQ(a.decRef(), 0);
-        EXPECT_EQ(wordsOf(a), kNull);
-        EXPECT_EQ(a.decRef(), 0);
+        EXPECT_TRUE(a.decRef() == 0 && wordsOf(a) == kNull && a.decRef() == 0);
     }
     EXPECT_EQ(Tracked::destroyed, 2);
 }
@@ -117,8 +111,7 @@ TYPED_TEST(PtrTest, AssignmentNeverDestroysWhatItStillHolds) {
     a = other;
     EXPECT_EQ(b.refCount(), 1);
     b = other;  // the last share of the first object goes
-    EXPECT_EQ(Tracked::destroyed, 1);
-    EXPECT_EQ(other.refCount(), 3);
+    EXPECT_TRUE(Tracked::destroyed == 1 && other.refCount() == 3);
 
     // The incoming pointer lives inside the object that the assignment releases.
     using NodeP = Qv::Ptr<Node<TypeParam>, Qv::DtorTraits, TypeParam>;
@@ -140,17 +133,14 @@ TYPED_TEST(PtrTest, ConvertingCopyAndMove) {
     {
         Qv::Ptr<TrackedChild, Qv::DtorTraits, TypeParam> child(new TrackedChild(5));
         P converted(child);
-        EXPECT_EQ(converted.countPtr(), child.countPtr());
         base = child;
-        EXPECT_EQ(child.refCount(), 3);
+        EXPECT_TRUE(converted.countPtr() == child.countPtr() && child.refCount() == 3);
     }
     P moved(std::move(base));
-    EXPECT_EQ(wordsOf(base), kNull);
-    EXPECT_EQ(moved.refCount(), 1);
+    EXPECT_TRUE(wordsOf(base) == kNull && moved.refCount() == 1);
     P target(new Tracked(6));
     target = std::move(moved);
-    EXPECT_EQ(Tracked::destroyed, 1) << "the move released the target's old object";
-    EXPECT_EQ(target->value, 5);
+    EXPECT_TRUE(Tracked::destroyed == 1 && target->value == 5) << "the move released the old object";
     target.reset();
     EXPECT_EQ(TrackedChild::childDestroyed, 1) << "released through the base, destroyed as the derived type";
 }
