@@ -77,8 +77,7 @@ TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
 
     StreamFile cut("\xFF\x01", 2);  // the escape and half a word
     PStream t(&cut);
-    EXPECT_EQ(narrow.read(t), 0u);
-    EXPECT_NE(t.error(), 0);
+    EXPECT_TRUE(narrow.read(t) == 0u && t.error() != 0);
 }
 
 TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
@@ -103,9 +102,9 @@ TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
     EXPECT_EQ(copy.label, LightweightString<char>("wheel"));
     EXPECT_TRUE(f.atEnd() && s.messages().empty());
 
-    EXPECT_EQ(copy.hierarchyName(), LightweightString<char>("Streamable.Shape.Circle"));
-    EXPECT_EQ(copy.hierarchyName(false, true), LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(copy.hierarchyName(true, false), LightweightString<char>("Streamable.Shape"));
+    EXPECT_EQ(std::string(copy.hierarchyName().c_str()) + " " + copy.hierarchyName(false, true).c_str() +
+                  " " + copy.hierarchyName(true, false).c_str(),
+              "Streamable.Shape.Circle Shape.Circle Streamable.Shape");
     EXPECT_STREQ(copy.layerName(), "Circle");
 }
 
@@ -120,15 +119,13 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
     f.seek(0);
     CircleReader less;
     less.extra = -1;
-    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(less.radius, 2.5);
+    EXPECT_TRUE(less.STRM_hierarchyUnpack(s) == STRM_OK && less.radius == 2.5);
     EXPECT_STREQ(s.messages().c_str(),
                  "Warning: Not all object data was read while unpacking object Circle, layer Circle v3.2, "
                  "6/14 bytes unread.\n");
     // Skipping left the stream at the next object.
     after.side = 0;
-    EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(after.side, 4.0f);
+    EXPECT_TRUE(after.STRM_hierarchyUnpack(s) == STRM_OK && after.side == 4.0f);
 
     f.seek(0), s.messages().clear();
     less.extra = 1;
@@ -178,11 +175,9 @@ TEST(Streamable, OldFormatStreamsAreRead) {
         w.writeBinary(name, 0, false, false);
         DynamicIntegralStorage<unsigned char, unsigned short>(static_cast<unsigned short>(major)).write(w);
         DynamicIntegralStorage<unsigned short, unsigned int>(minor).write(w);
-        w.setUnsignedLong(total);
-        w.setUnsignedLong(own);
+        w.setUnsignedLong(total), w.setUnsignedLong(own);
     };
-    const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14;
-    const uint32_t shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
+    const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14, shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
     header("Streamable", 1, 0, 0, shapeChunk);
     header("Shape", 1, 0, 4, 4 + circleChunk);
     w.setLong(9);
@@ -192,21 +187,18 @@ TEST(Streamable, OldFormatStreamsAreRead) {
 
     f.seek(0);
     PStream r(&f);
-    EXPECT_TRUE(r.readStreamMarker());
-    EXPECT_EQ(r.streamVersion(), PStream::kStrm10Version);
+    EXPECT_TRUE(r.readStreamMarker() && r.streamVersion() == PStream::kStrm10Version);
     const StreamObjectInfo info = theSOManager().objectInfo(r);
     ASSERT_TRUE(info.valid);
-    EXPECT_EQ(info.hierarchyName, LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(info.className, LightweightString<char>("Circle"));
+    EXPECT_TRUE(info.hierarchyName == "Shape.Circle" && info.className == "Circle");
     EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
     PStream nothing;  // no header: no object and no size
     const StreamObjectInfo none = theSOManager().objectInfo(nothing);
     EXPECT_TRUE(!none.valid && none.size == 0u);
 
     Circle c;
-    EXPECT_EQ(c.STRM_hierarchyUnpack(r), STRM_OK);
+    EXPECT_TRUE(c.STRM_hierarchyUnpack(r) == STRM_OK && c.label == "rim");
     EXPECT_EQ(std::make_pair(c.sides, c.radius), std::make_pair(9, 0.5));
-    EXPECT_EQ(c.label, LightweightString<char>("rim"));
     EXPECT_NE(std::string(r.messages().c_str()).find("2/14 bytes unread"), std::string::npos);
 
     // A revision that does not fit a byte.
@@ -225,30 +217,26 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
                                     m.registerClass<Square>()};
     EXPECT_EQ(added, (std::vector<int>{1, 0, 1}));
     StreamClassRecord record;
-    EXPECT_EQ(m.lookup("Circle", record), 0);
-    EXPECT_EQ(record.hierarchyName, LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(m.lookup("Shape.Square", record), 0);
-    EXPECT_EQ(record.className, LightweightString<char>("Square"));
+    EXPECT_TRUE(m.lookup("Circle", record) == 0 && record.hierarchyName == "Shape.Circle");
+    EXPECT_TRUE(m.lookup("Shape.Square", record) == 0 && record.className == "Square");
     EXPECT_EQ(m.lookup("Triangle", record) + m.lookup(nullptr, record), -2);
 
     StreamFile f;
     PStream s(&f);
     Square sq;
     sq.side = 3;
-    makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s),
-        sq.STRM_hierarchyPack(s);  // Shape: unregistered
+    // Shape itself is not registered.
+    makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s), sq.STRM_hierarchyPack(s);
 
     f.seek(0);
     Qv::Ptr<Streamable> first = m.readObject(s);
     ASSERT_NE(first, nullptr);
     ASSERT_STREQ(first->shortLayerName(), "Circle");
     EXPECT_EQ(static_cast<Circle*>(first.get())->label, LightweightString<char>("wheel"));
-    EXPECT_EQ(m.readObject(s), nullptr);
-    EXPECT_EQ(s.error(), 0);
+    EXPECT_TRUE(m.readObject(s) == nullptr && s.error() == 0);
     Qv::Ptr<Streamable> third = m.readObject(s);
     ASSERT_NE(third, nullptr);
-    EXPECT_EQ(static_cast<Square*>(third.get())->side, 3.0f);
-    EXPECT_TRUE(f.atEnd());
+    EXPECT_TRUE(static_cast<Square*>(third.get())->side == 3.0f && f.atEnd());
 
     EXPECT_EQ(m.readObject(s), nullptr);
     EXPECT_NE(
