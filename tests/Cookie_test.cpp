@@ -165,8 +165,8 @@ TEST(CookieEffects, BuiltInRangesNeedTheBuiltInMachine) {
     }
     EXPECT_TRUE(Cookie('V', 1298, 0, 647).isDissolve() && !Cookie('V', 1298, 0, 647).isFilmDissolve());
     EXPECT_TRUE(Cookie('V', 46677, 0, 647).isEffectGraph() && Cookie('V', 46685, 0, 647).isInput());
-    EXPECT_EQ(text(getWipeCookie('V', kWipeForward, 1)), "VZ0Z1001");
-    EXPECT_EQ(getWipeCookie('V', kWipeReverse, 3).getNumber(), 93315u);
+    EXPECT_TRUE(text(getWipeCookie('V', kWipeForward, 1)) == "VZ0Z1001" &&
+                getWipeCookie('V', kWipeReverse, 3).getNumber() == 93315u);
     EXPECT_EQ(convertCookie(Cookie('P', 9, 0, 5), 'S', 255), Cookie('S', 9, 1, 5));
 }
 
@@ -189,22 +189,11 @@ protected:
     }
     void writeSettingsFile(const char* content) {
         OS()->fileSystem()->createDirectory(getMachineSettingsDirectory().c_str());
-        oletest::writeFile(settingsFile_, content);
-        Cookie::resetLocalMachineNumberForTesting();
+        oletest::writeFile(settingsFile_, content), Cookie::resetLocalMachineNumberForTesting();
     }
 
     std::string oldCwd_, oldHome_, cwd_, settingsFile_;
 };
-
-TEST_F(MachineNumberTest, FirstUseCreatesARandomNumberThatIsReused) {
-    const int number = Cookie::getLocalMachineNumber();
-    EXPECT_TRUE(isValidMachineNum(number) && number < 2700);
-    EXPECT_EQ(oletest::readFile(settingsFile_), std::to_string(number) + "\n");
-    oletest::writeFile(settingsFile_, "1234");
-    EXPECT_EQ(Cookie::getLocalMachineNumber(), number);  // cached for the process
-    Cookie::resetLocalMachineNumberForTesting();
-    EXPECT_EQ(Cookie('P', 1, 0, 65535).getMachineNumber(), 1234u);
-}
 
 TEST_F(MachineNumberTest, SourcesAreTriedInOrder) {
     writeSettingsFile("30");
@@ -242,11 +231,12 @@ TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
          {"P[0]002S.qvp", "P[1]0100.QVP", "P?0]ZZZZ.qvp", "P[0]ZZZZ.txt", "E[0]ZZZZ.qvp", "P[0]ZZZZ"})
         oletest::writeFile(narrow(getProjectsBaseDirectory()) + "/" + name, "");
     oletest::LogCapture log;
-    EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
-    EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
+    EXPECT_TRUE(Cookie::findHighestCookieNum() == 1296u &&
+                log.contains("Highest Cookie num found is 1296\n"));
 }
 
-// Several first runs at once pick one number between them, and callers can tell a fallback number.
+// Several first runs at once pick one random number between them, stored and then cached; callers can
+// tell a fallback number.
 TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
     EXPECT_TRUE(oletest::inChildProcesses(4, [&](int c) {
         return oletest::writeFile(cwd_ + "/child" + std::to_string(c),
@@ -255,7 +245,12 @@ TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
     const std::string chosen = oletest::readFile(settingsFile_);
     for (int c = 0; c < 4; ++c)
         EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);
+    const int number = Cookie::getLocalMachineNumber();
+    EXPECT_TRUE(isValidMachineNum(number) && number < 2700 && std::to_string(number) + "\n" == chosen);
+    oletest::writeFile(settingsFile_, "1234");
+    EXPECT_EQ(Cookie::getLocalMachineNumber(), number);  // cached for the process
     Cookie::resetLocalMachineNumberForTesting();
+    EXPECT_EQ(Cookie('P', 1, 0, 65535).getMachineNumber(), 1234u);
     EXPECT_TRUE(Cookie::hasLocalMachineNumber());
     writeSettingsFile("99999");
     oletest::LogCapture log;
