@@ -152,8 +152,7 @@ TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
                                        }),
                                        kAny);
     }
-    EXPECT_EQ(destroyValue, 0);
-    EXPECT_TRUE(polite == nullptr && plain == nullptr);
+    EXPECT_TRUE(destroyValue == 0 && polite == nullptr && plain == nullptr);
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 1);
     stubborn.reset();  // outlived its notifier: releasing it only frees the callback
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 0);
@@ -165,8 +164,8 @@ TEST(NotifyMsg, CopiesShareOneBodyAndTokensSplitOnBlanks) {
     NotifyMsg a("text", payload), c;
     c = a;
     EXPECT_TRUE(a.rep() == c.rep() && c.payload() == payload);
-    EXPECT_STREQ(static_cast<const char*>(c), "text");
-    EXPECT_EQ(static_cast<const char*>(NotifyMsg()), nullptr);
+    EXPECT_TRUE(std::string(static_cast<const char*>(c)) == "text" &&
+                static_cast<const char*>(NotifyMsg()) == nullptr);
 
     std::vector<std::string> words;
     for (NotifyMsgTokenIterator it(NotifyMsg("  alpha \t beta\n\ngamma   ")); ++it;) words.push_back(*it);
@@ -182,20 +181,18 @@ TEST(Notifiable, QueuesBodiesForLater) {
         void destroy(const NotifyMsg& m) override { got.push_back("d:" + std::string(m.text().c_str())); }
     };
     Recorder r, other;
-    r.bufNotify(NotifyMsg());
-    EXPECT_EQ(r.numBuffered(), 0u);
     NotifyMsg shared("shared");
-    other.bufNotify(shared);  // the body now waits in another queue: ours gets a copy
+    r.bufNotify(NotifyMsg()), other.bufNotify(shared);
     Qv::Ptr<Qv::Guard> g;
     {
         Notifier n;
         g = n.registerNotification(Qv::Ptr<iCallbackBase<int, NotifyMsg>>(new NotifiableCallback(&r, true)),
                                    kAny);
         n.issueNotification(NotifyMsg("one"), typeId("One"));
-        r.bufNotify(shared);
-        EXPECT_EQ(r.numBuffered(), 2u);
-    }                            // "destroy!" is queued as well
-    EXPECT_TRUE(r.got.empty());  // nothing runs before the owner asks
+        r.bufNotify(shared);  // its body waits in another queue too: ours gets a copy
+        EXPECT_EQ(r.numBuffered(), 2u) << "an empty message is not queued";
+    }
+    EXPECT_TRUE(r.got.empty()) << "\"destroy!\" is queued as well, nothing runs yet";
     r.processBuffered();
     EXPECT_EQ(r.got, (std::vector<std::string>{"n:one", "n:shared", "d:destroy!"}));
     EXPECT_EQ(r.numBuffered() + 10 * other.numBuffered(), 10u);
