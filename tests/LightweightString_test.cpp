@@ -194,9 +194,8 @@ TYPED_TEST(StringTest, NullAndEmptyCompareEqual) {
         const TypeParam* right = r ? this->t(r) : null;
         const int got = S::compare(left, right);
         EXPECT_EQ((got > 0) - (got < 0), sign) << (l ? l : "null") << " vs " << (r ? r : "null");
-        EXPECT_EQ(S(left) == S(right), sign == 0);
-        EXPECT_EQ(S(left) != right, sign != 0);
-        EXPECT_EQ(S(left) < S(right), sign < 0);
+        EXPECT_EQ(std::make_tuple(S(left) == S(right), S(left) != right, S(left) < S(right)),
+                  std::make_tuple(sign == 0, sign != 0, sign < 0));
     }
     EXPECT_EQ(S::compare(null, this->t("a")), -1);
 
