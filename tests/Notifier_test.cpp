@@ -198,22 +198,6 @@ TEST(Notifiable, QueuesBodiesForLater) {
     EXPECT_EQ(r.numBuffered() + 10 * other.numBuffered(), 10u);
 }
 
-TEST(NotifierBase, DebugCommandGoesThroughTheInstalledRegistration) {
-    EXPECT_FALSE(NotifierBase::registerCommands());
-    static std::string name;
-    static void (*action)() = nullptr;
-    NotifierBase::setCommandRegistration(
-        [](const char* n, void (*a)()) { return name = n, action = a, true; });
-    EXPECT_TRUE(NotifierBase::registerCommands());
-    NotifierBase::setCommandRegistration(nullptr);
-    EXPECT_EQ(name, "toggle_debug_notify");
-    const bool before = NotifierBase::debugMode();
-    action();
-    const bool toggled = NotifierBase::debugMode();
-    action();
-    EXPECT_EQ(std::make_pair(toggled, NotifierBase::debugMode()), std::make_pair(!before, before));
-}
-
 // The first registration numbers every issue; each probe must see a gap-free run of issue numbers
 // that starts and ends within the windows of its registration and its release.
 TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
