@@ -92,8 +92,8 @@ TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
     Cookie unprintable;  // a machine number past the codes leaves its code positions blank
     unprintable.construct('P', 100, 0, 2704);
     oletest::LogCapture log;
-    EXPECT_EQ(text(unprintable), "P 0 002S");
-    EXPECT_TRUE(log.contains("Failed to encode machine number in cookie_string::construct"));
+    EXPECT_TRUE(text(unprintable) == "P 0 002S" &&
+                log.contains("Failed to encode machine number in cookie_string::construct"));
 }
 
 TEST(CookieText, VersionsAndTheUUIDForm) {
@@ -135,9 +135,7 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
     EXPECT_EQ(Cookie("P00B00.S", true).getNumber(), 28u);  // punctuation counts as the digit 0
     for (std::size_t i = 4; i < uuid.size(); ++i) {  // every hexadecimal position of the UUID form but 19
         if (i == 12 || i == 17 || i == 19 || i == 22 || i == 27) continue;
-        std::string bad = uuid;
-        bad[i] = 'G';
-        EXPECT_FALSE(Cookie::isValid(bad.c_str())) << i;
+        EXPECT_FALSE(Cookie::isValid((uuid.substr(0, i) + 'G' + uuid.substr(i + 1)).c_str())) << i;
     }
 }
 
