@@ -152,8 +152,7 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
                                     c.set("wIdTh", 5.0)};
     EXPECT_EQ(added, (std::vector<int>{1, 0, 0, 0}));
     EXPECT_TRUE(!c.get_dirty() && owner.told == 0);
-    EXPECT_EQ(c.set("wIdTh", 6), 1);
-    EXPECT_TRUE(c.get_dirty() && owner.told == 1);
+    EXPECT_TRUE(c.set("wIdTh", 6) == 1 && c.get_dirty() && owner.told == 1);
     EXPECT_EQ(entriesOf(c), (std::vector<Entry>{{"Width", {"int", "6"}}}));
 
     EXPECT_EQ(c.set("", 1), 0);
@@ -173,12 +172,11 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     EXPECT_TRUE(c.get_dirty() && owner.told == 2);
 }
 
-// Reads `value`, stored as plain text, through the getter for T; `out` starts as `start`.
+// Reads `value`, stored as plain text, through the getter for T into `out`.
 template <class T>
-std::pair<int, T> get(const char* value, T start) {
+std::pair<int, T> get(const char* value, T out) {
     configb c;
     c.set("k", value);
-    T out = start;
     const int rc = c.in("K", out);
     return {rc, out};
 }
