@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 #include <ostream>
 #include <set>
 #include <string>
@@ -57,15 +58,14 @@ TEST(CookieCodes, EveryMachineNumberHasItsOwnCodeAndPair) {
     for (int m = 0; m <= 2703; ++m) {
         const unsigned code = Cookie::encodeMachineNumber(m);
         ASSERT_EQ(Cookie::decodeMachineNumber(code), m);
-        const std::pair<char, char> pair = Cookie::get2DigitBase52Map36Code(code);
+        const std::pair<char, char> pair = *pairs.insert(Cookie::get2DigitBase52Map36Code(code)).first;
         ASSERT_EQ(Cookie::base52Map36ToInt(pair.first, pair.second), code) << m;
-        pairs.insert(pair);
         const Cookie cookie('E', m * 613 % 1679616, 7, m);  // and the whole text form
         ASSERT_EQ(Cookie(cookie.asString(true).c_str(), true), cookie);
     }
     EXPECT_EQ(pairs.size(), 2704u);
-    EXPECT_EQ(Cookie::encodeMachineNumber(2704), 0xFFFFFFFFu);
-    EXPECT_EQ(Cookie::decodeMachineNumber(2704), 65535);
+    EXPECT_TRUE(Cookie::encodeMachineNumber(2704) == 0xFFFFFFFFu &&
+                Cookie::decodeMachineNumber(2704) == 65535);
     EXPECT_EQ(Cookie::base52Map36ToInt('z', 'z'), 1295u);
     expectRuntimeError([] { Cookie::get2DigitBase52Map36Code(2704); },
                        "Number out of range in get2DigitBase52Map36Code!", 965);
@@ -75,18 +75,14 @@ TEST(CookieCodes, EveryMachineNumberHasItsOwnCodeAndPair) {
 }
 
 TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
-    struct Case {
-        int machine;
-        const char* text;
-    };
-    for (const Case& c :
-         {Case{647, "PZ0Z002S"}, Case{648, "P000002S"}, Case{0, "P001002S"}, Case{1296, "P00(002S"},
-          Case{1871, "PZ0~002S"}, Case{1872, "P(00002S"}, Case{2703, "P~0~002S"}}) {
-        const Cookie cookie('P', 100, 0, c.machine);
-        EXPECT_EQ(text(cookie), c.text) << c.machine;
-        EXPECT_EQ(narrow(cookie.asWString()), c.text);
-        EXPECT_EQ(Cookie(c.text, true).getMachineNumber(), unsigned(c.machine));
-        EXPECT_EQ(Cookie(Qv::widen(c.text), true), cookie);
+    const std::pair<int, const char*> cases[] = {{647, "PZ0Z002S"},  {648, "P000002S"},  {0, "P001002S"},
+                                                 {1296, "P00(002S"}, {1871, "PZ0~002S"}, {1872, "P(00002S"},
+                                                 {2703, "P~0~002S"}};
+    for (const auto& [machine, form] : cases) {
+        const Cookie cookie('P', 100, 0, machine);
+        EXPECT_EQ(text(cookie) + narrow(cookie.asWString()), std::string(form) + form) << machine;
+        EXPECT_EQ(Cookie(form, true).getMachineNumber(), unsigned(machine));
+        EXPECT_EQ(Cookie(Qv::widen(form), true), cookie);
     }
     EXPECT_EQ(text(Cookie('P', 1679615, 0, 5)), "P00BZZZZ");
     for (const Cookie& bad : {Cookie('P', 100, 0, 2704), Cookie('P', 100, 0, -1), Cookie('P', 1679616, 0, 5),
@@ -96,13 +92,12 @@ TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
     Cookie unprintable;  // a machine number past the codes leaves its code positions blank
     unprintable.construct('P', 100, 0, 2704);
     oletest::LogCapture log;
-    EXPECT_EQ(text(unprintable), "P 0 002S");
-    EXPECT_TRUE(log.contains("Failed to encode machine number in cookie_string::construct"));
+    EXPECT_TRUE(text(unprintable) == "P 0 002S" &&
+                log.contains("Failed to encode machine number in cookie_string::construct"));
 }
 
 TEST(CookieText, VersionsAndTheUUIDForm) {
-    EXPECT_EQ(text(Cookie('O', 7, 3, 5), false), "O00B0007");
-    EXPECT_EQ(text(Cookie('O', 7, 3, 5), true), "O03B0007");
+    EXPECT_EQ(text(Cookie('O', 7, 3, 5), false) + text(Cookie('O', 7, 3, 5), true), "O00B0007O03B0007");
     EXPECT_EQ(text(Cookie('S', 7, 12, 5), false), "S0CB0007");  // type S always shows its version
     EXPECT_EQ(Cookie("S0CB0007", false).getVersion(), 1);
     EXPECT_EQ(text(Cookie()), "INVALID");
@@ -110,9 +105,8 @@ TEST(CookieText, VersionsAndTheUUIDForm) {
 
     const Qv::UUID id(kUUIDText);
     const std::string full = std::string("P07-") + kUUIDText;
-    EXPECT_EQ(text(Cookie('P', id, 7), true), full);
     EXPECT_EQ(text(Cookie('P', id, 7), false), std::string("P00-") + kUUIDText);
-    EXPECT_EQ(narrow(Cookie('P', id, 7).asWString()), full);
+    EXPECT_EQ(text(Cookie('P', id, 7)) + narrow(Cookie('P', id, 7).asWString()), full + full);
     EXPECT_TRUE(Cookie(full.c_str(), true) == Cookie('P', id, 7) && Cookie(full.c_str(), true).isUUID());
     EXPECT_EQ(Cookie((std::string("S07-") + kUUIDText).c_str(), false).getVersion(), 0);  // not S's default
     EXPECT_EQ(Cookie(Qv::widen(full.c_str()), true), Cookie('P', id, 7));
@@ -120,8 +114,8 @@ TEST(CookieText, VersionsAndTheUUIDForm) {
     EXPECT_EQ(Cookie(("p" + full.substr(1)).c_str(), true).getType(), 'P');
     EXPECT_FALSE(Cookie("P07-00000000-0000-0000-0000-000000000000", true).valid());
     // A three-digit version takes the place of the "-": the UUID starts at position 4 regardless.
-    EXPECT_EQ(text(Cookie('P', id, 200)), std::string("P200") + kUUIDText);
-    EXPECT_EQ(narrow(Cookie('P', id, 200).asWString()), std::string("P200") + kUUIDText);
+    const std::string long200 = std::string("P200") + kUUIDText;
+    EXPECT_EQ(text(Cookie('P', id, 200)) + narrow(Cookie('P', id, 200).asWString()), long200 + long200);
 }
 
 TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
@@ -129,24 +123,19 @@ TEST(CookieText, IsValidAndParsingDisagreeWhereDesigned) {
     std::string gap19 = uuid, noDash = uuid;
     gap19[19] = 'G';
     noDash[3] = 'x';
-    struct Case {
-        std::string text;
-        bool wellFormed, parses;
-    };
-    for (const Case& c :
-         {Case{"P00B002S", true, true}, Case{"p00B002S", false, true}, Case{"P00b002S", false, true},
-          Case{"B00B002S", false, true}, Case{"P00B00.S", false, true}, Case{"P0.B002S", false, true},
-          Case{"P00*002S", false, false}, Case{gap19, true, false}, Case{noDash, false, true},
-          Case{"A" + uuid.substr(1), true, false}, Case{"P7A" + uuid.substr(3), false, true}}) {
-        EXPECT_EQ(Cookie::isValid(c.text.c_str()), c.wellFormed) << c.text;
-        EXPECT_EQ(Cookie(c.text.c_str(), true).valid(), c.parses) << c.text;
+    using C = std::tuple<std::string, bool, bool>;  // text, well formed, parses
+    for (const auto& [form, wellFormed, parses] :
+         {C{"P00B002S", true, true}, C{"p00B002S", false, true}, C{"P00b002S", false, true},
+          C{"B00B002S", false, true}, C{"P00B00.S", false, true}, C{"P0.B002S", false, true},
+          C{"P00*002S", false, false}, C{gap19, true, false}, C{noDash, false, true},
+          C{"A" + uuid.substr(1), true, false}, C{"P7A" + uuid.substr(3), false, true}}) {
+        EXPECT_EQ(Cookie::isValid(form.c_str()), wellFormed) << form;
+        EXPECT_EQ(Cookie(form.c_str(), true).valid(), parses) << form;
     }
     EXPECT_EQ(Cookie("P00B00.S", true).getNumber(), 28u);  // punctuation counts as the digit 0
     for (std::size_t i = 4; i < uuid.size(); ++i) {  // every hexadecimal position of the UUID form but 19
         if (i == 12 || i == 17 || i == 19 || i == 22 || i == 27) continue;
-        std::string bad = uuid;
-        bad[i] = 'G';
-        EXPECT_FALSE(Cookie::isValid(bad.c_str())) << i;
+        EXPECT_FALSE(Cookie::isValid((uuid.substr(0, i) + 'G' + uuid.substr(i + 1)).c_str())) << i;
     }
 }
 
@@ -174,8 +163,8 @@ TEST(CookieEffects, BuiltInRangesNeedTheBuiltInMachine) {
     }
     EXPECT_TRUE(Cookie('V', 1298, 0, 647).isDissolve() && !Cookie('V', 1298, 0, 647).isFilmDissolve());
     EXPECT_TRUE(Cookie('V', 46677, 0, 647).isEffectGraph() && Cookie('V', 46685, 0, 647).isInput());
-    EXPECT_EQ(text(getWipeCookie('V', kWipeForward, 1)), "VZ0Z1001");
-    EXPECT_EQ(getWipeCookie('V', kWipeReverse, 3).getNumber(), 93315u);
+    EXPECT_TRUE(text(getWipeCookie('V', kWipeForward, 1)) == "VZ0Z1001" &&
+                getWipeCookie('V', kWipeReverse, 3).getNumber() == 93315u);
     EXPECT_EQ(convertCookie(Cookie('P', 9, 0, 5), 'S', 255), Cookie('S', 9, 1, 5));
 }
 
@@ -183,12 +172,9 @@ TEST(CookieEffects, BuiltInRangesNeedTheBuiltInMachine) {
 class MachineNumberTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char* cwd = getcwd(nullptr, 0);
-        oldCwd_ = cwd;
-        std::free(cwd);
-        oldHome_ = std::getenv("QUORVANE_HOME");
-        cwd_ = oletest::makeTempDir("cwd");
-        ASSERT_EQ(chdir(cwd_.c_str()), 0);
+        char cwd[4096];
+        oldCwd_ = getcwd(cwd, sizeof cwd), oldHome_ = std::getenv("QUORVANE_HOME");
+        ASSERT_EQ(chdir((cwd_ = oletest::makeTempDir("cwd")).c_str()), 0);
         setenv("QUORVANE_HOME", oletest::makeTempDir("home").c_str(), 1);
         GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
         Cookie::resetLocalMachineNumberForTesting();
@@ -196,38 +182,26 @@ protected:
     }
     void TearDown() override {
         GlobalConfig().removeValue(RegistryConfig::kDefaultSection, "machine.num");
+        setenv("QUORVANE_HOME", oldHome_.c_str(), 1), Cookie::resetLocalMachineNumberForTesting();
         ASSERT_EQ(chdir(oldCwd_.c_str()), 0);
-        setenv("QUORVANE_HOME", oldHome_.c_str(), 1);
-        Cookie::resetLocalMachineNumberForTesting();
     }
     void writeSettingsFile(const char* content) {
         OS()->fileSystem()->createDirectory(getMachineSettingsDirectory().c_str());
-        oletest::writeFile(settingsFile_, content);
-        Cookie::resetLocalMachineNumberForTesting();
+        oletest::writeFile(settingsFile_, content), Cookie::resetLocalMachineNumberForTesting();
     }
 
     std::string oldCwd_, oldHome_, cwd_, settingsFile_;
 };
 
-TEST_F(MachineNumberTest, FirstUseCreatesARandomNumberThatIsReused) {
-    const int number = Cookie::getLocalMachineNumber();
-    EXPECT_TRUE(isValidMachineNum(number) && number < 2700);
-    EXPECT_EQ(oletest::readFile(settingsFile_), std::to_string(number) + "\n");
-    oletest::writeFile(settingsFile_, "1234");
-    EXPECT_EQ(Cookie::getLocalMachineNumber(), number);  // cached for the process
-    Cookie::resetLocalMachineNumberForTesting();
-    EXPECT_EQ(Cookie('P', 1, 0, 65535).getMachineNumber(), 1234u);
-}
-
 TEST_F(MachineNumberTest, SourcesAreTriedInOrder) {
     writeSettingsFile("30");
     oletest::writeFile(cwd_ + "/machine.num", "20");
     oletest::writeFile(cwd_ + "/c:\\machine.num", "10 trailing");
-    EXPECT_EQ(our_machine_number_get_from_file(), 10);
-    unlink((cwd_ + "/c:\\machine.num").c_str());
-    EXPECT_EQ(our_machine_number_get_from_file(), 20);
-    unlink((cwd_ + "/machine.num").c_str());
-    EXPECT_EQ(our_machine_number_get_from_file(), 30);
+    const std::pair<int, const char*> sources[] = {{10, "c:\\machine.num"}, {20, "machine.num"}, {30, ""}};
+    for (const auto& [number, file] : sources) {  // each file in turn is found, then removed
+        EXPECT_EQ(our_machine_number_get_from_file(), number);
+        unlink((cwd_ + "/" + file).c_str());
+    }
     ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 40));
     EXPECT_EQ(our_machine_number_get_from_file(), 40);
 }
@@ -244,23 +218,23 @@ TEST_F(MachineNumberTest, InvalidNumbersWarnAndFallBackToOne) {
     ASSERT_TRUE(GlobalConfig().setValue(RegistryConfig::kDefaultSection, "machine.num", 3000));
     oletest::LogCapture log;
     EXPECT_EQ(our_machine_number_get_from_file(), 0);
-    EXPECT_TRUE(log.contains("invalid machine number (3000), resetting to default\n"));
-    EXPECT_FALSE(log.contains("Cannot find valid Machine Number"));
+    EXPECT_TRUE(log.contains("invalid machine number (3000), resetting to default\n") &&
+                !log.contains("Cannot find valid Machine Number"));
 }
 
 TEST_F(MachineNumberTest, HighestCookieNumberOfThisMachine) {
     writeSettingsFile("2015");  // code pair "[" "]", which are wildcard syntax
-    const std::string dir = narrow(getProjectsBaseDirectory());
     OS()->fileSystem()->createDirectory(getProjectsBaseDirectory().c_str());
     for (const char* name :
          {"P[0]002S.qvp", "P[1]0100.QVP", "P?0]ZZZZ.qvp", "P[0]ZZZZ.txt", "E[0]ZZZZ.qvp", "P[0]ZZZZ"})
-        oletest::writeFile(dir + "/" + name, "");
+        oletest::writeFile(narrow(getProjectsBaseDirectory()) + "/" + name, "");
     oletest::LogCapture log;
-    EXPECT_EQ(Cookie::findHighestCookieNum(), 1296u);
-    EXPECT_TRUE(log.contains("Highest Cookie num found is 1296\n"));
+    EXPECT_TRUE(Cookie::findHighestCookieNum() == 1296u &&
+                log.contains("Highest Cookie num found is 1296\n"));
 }
 
-// Several first runs at once pick one number between them, and callers can tell a fallback number.
+// Several first runs at once pick one random number between them, stored and then cached; callers can
+// tell a fallback number.
 TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
     EXPECT_TRUE(oletest::inChildProcesses(4, [&](int c) {
         return oletest::writeFile(cwd_ + "/child" + std::to_string(c),
@@ -269,9 +243,13 @@ TEST_F(MachineNumberTest, FirstRunsAtOnceAgreeAndFallbackIsVisible) {
     const std::string chosen = oletest::readFile(settingsFile_);
     for (int c = 0; c < 4; ++c)
         EXPECT_EQ(oletest::readFile(cwd_ + "/child" + std::to_string(c)) + "\n", chosen);
+    const int number = Cookie::getLocalMachineNumber();
+    EXPECT_TRUE(isValidMachineNum(number) && number < 2700 && std::to_string(number) + "\n" == chosen);
+    oletest::writeFile(settingsFile_, "1234");
+    EXPECT_EQ(Cookie::getLocalMachineNumber(), number);  // cached for the process
     Cookie::resetLocalMachineNumberForTesting();
+    EXPECT_EQ(Cookie('P', 1, 0, 65535).getMachineNumber(), 1234u);
     EXPECT_TRUE(Cookie::hasLocalMachineNumber());
-
     writeSettingsFile("99999");
     oletest::LogCapture log;
     EXPECT_FALSE(Cookie::hasLocalMachineNumber());

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,22 +26,15 @@ using Log = std::vector<std::string>;
 TEST(ValServer, AnnouncesChangesByKind) {
     ValServer<int> s(1);
     LogClient c(&s);
-    s.setValue(2);
-    s.setValue(3, kValueAdjusted);
-    s.setValue(4, kValueRefreshed);
-    s.setValue(5, kValueReplaced);
+    s.setValue(2), s.setValue(3, kValueAdjusted);
+    s.setValue(4, kValueRefreshed), s.setValue(5, kValueReplaced);
     EXPECT_EQ(c.log, (Log{"pre:1", "post:2", "post:3", "post:4", "pre:4", "post:5"}));
-    c.log.clear();
-    s.setValue(6, kValueChanged, false);
+    c.log.clear(), s.setValue(6, kValueChanged, false);  // silently
     EXPECT_EQ(s.getValue(), 6);
-    c.disable();
-    c.disable();
-    s = 7;
-    c.enable();
-    s = 8;
+    c.disable(), c.disable(), s = 7;
+    c.enable(), s = 8;
     EXPECT_TRUE(c.log.empty());  // still disabled once
-    c.enable();
-    c = 9;  // writes through the client
+    c.enable(), c = 9;           // writes through the client
     EXPECT_EQ(c.log, (Log{"pre:8", "post:9"}));
     EXPECT_EQ(int(s), 9);
 }
@@ -58,8 +52,7 @@ struct Counted {
 TEST(ValServer, BuildsNoEventWithoutClients) {
     ValServer<Counted> s;
     Counted::copies = 0;
-    s.notifyValChanged();
-    s.preNotifyValChanged();
+    s.notifyValChanged(), s.preNotifyValChanged();
     EXPECT_EQ(Counted::copies, 0);
     ValClient<Counted> c(&s);
     s.notifyValChanged();
@@ -68,11 +61,7 @@ TEST(ValServer, BuildsNoEventWithoutClients) {
 
 struct Clamp : ValManagerBase<int> {
     std::vector<ValServer<int>*> detached;
-    bool approveValue(ValServer<int>*, int& v) override {
-        if (v < 0) return false;
-        if (v > 10) v = 10;
-        return true;
-    }
+    bool approveValue(ValServer<int>*, int& v) override { return (v = std::min(v, 10)) >= 0; }  // veto < 0
     void detachServer(ValServer<int>* s) override { detached.push_back(s); }
 };
 
@@ -81,14 +70,11 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
     std::vector<ValServer<int>*> gone;
     {
         ValServer<int> s(5);
-        gone.push_back(&s);
-        s.setManager(&first);
+        gone.push_back(&s), s.setManager(&first);
         LogClient c(&s);
-        EXPECT_FALSE(s.updateAndNotify(-1));
-        EXPECT_EQ(s.getValue(), 5);
-        EXPECT_TRUE(c.log.empty());
+        EXPECT_TRUE(!s.updateAndNotify(-1) && s.getValue() == 5);
         EXPECT_TRUE(s.updateAndNotify(42));
-        EXPECT_EQ(c.log, (Log{"post:10"}));
+        EXPECT_EQ(c.log, (Log{"post:10"}));  // nothing heard of the vetoed value
         s.setManager(&first);  // the same manager again still detaches first
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s}));
         s.setManager(&second);
@@ -99,17 +85,13 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
 
 TEST(LastValServer, IsKeptPerThreadAndReadOnce) {
     ValServer<int> mine;
-    ValServerBase* theirs = nullptr;
-    ValServerBase* theirsAgain = &mine;
     bool theirsIsTheirs = false;
     std::thread([&] {
         ValServer<LightweightString<wchar_t>> other;
-        theirs = LastValServer::getLastValServer();
-        theirsAgain = LastValServer::getLastValServer();
-        theirsIsTheirs = theirs == static_cast<ValServerBase*>(&other);
+        theirsIsTheirs = LastValServer::getLastValServer() == static_cast<ValServerBase*>(&other) &&
+                         LastValServer::getLastValServer() == nullptr;
     }).join();
     EXPECT_TRUE(theirsIsTheirs);
-    EXPECT_EQ(theirsAgain, nullptr);
     EXPECT_EQ(LastValServer::getLastValServer(), static_cast<ValServerBase*>(&mine));
     EXPECT_EQ(LastValServer::getLastValServer(), nullptr);
     { ValServer<unsigned int> gone; }
@@ -121,14 +103,11 @@ TEST(ValClient, FollowsOneServerUntilToldOrItDies) {
     LogClient c(s);
     c.registerWith(s);
     EXPECT_EQ(s->numClients(), 1u);
-    c.registerWith(nullptr);
-    EXPECT_EQ(s->numClients(), 0u);
-    *s = 2;
-    EXPECT_TRUE(c.log.empty());
+    c.registerWith(nullptr), *s = 2;
+    EXPECT_EQ(s->numClients() + c.log.size(), 0u);
     c.registerWith(s);
     delete s;
-    EXPECT_EQ(c.getValServer(), nullptr);
-    EXPECT_EQ(c.getServerValue(), 0);
+    EXPECT_TRUE(c.getValServer() == nullptr && c.getServerValue() == 0);
     EXPECT_EQ(
         oletest::stdoutOf([&] { c.setServerValue(3); }).rfind("assertion failed server_ != nullptr at ", 0),
         0u);
@@ -145,39 +124,26 @@ struct Multi : MultiValClient<int> {
 TEST(MultiValClient, FollowsServersAndTheirManagersBatches) {
     ValManagerBase<int> manager;
     ValServer<int> a(1), b(2);
-    a.setManager(&manager);
-    b.setManager(&manager);
+    a.setManager(&manager), b.setManager(&manager);
     auto* unmanaged = new ValServer<int>(3);
     Multi m;
     m.expected = &manager;
-    m.addServer(&a);
-    m.addServer(&b);
-    m.addServer(&a);
-    m.addServer(unmanaged);
-    EXPECT_EQ(m.getNumServers(), 3);
-    EXPECT_EQ(manager.numRegistrations(), 1u);  // one registration per distinct manager
+    m.addServer(&a), m.addServer(&b), m.addServer(&a), m.addServer(unmanaged);
+    EXPECT_TRUE(m.getNumServers() == 3 && manager.numRegistrations() == 1u);  // one per distinct manager
 
-    manager.startBatch();
-    a = 10;
-    b = 20;
+    manager.startBatch(), a = 10, b = 20;
     manager.issueNotification(NotifyMsg("Other"), NotifyMsgTypeDictionary::instance().intern("Other"));
     manager.endBatch();
     EXPECT_EQ(m.log, (Log{"start", "changed:10", "changed:20", "end"}));
 
     delete unmanaged;  // its receiver leaves with it
-    EXPECT_EQ(m.getNumServers(), 2);
-    EXPECT_EQ(m.getValServer(1), &b);
-    EXPECT_EQ(m.getValServer(2), nullptr);
+    EXPECT_TRUE(m.getNumServers() == 2 && m.getValServer(1) == &b && m.getValServer(2) == nullptr);
 
-    m.log.clear();
-    m.disable();
-    a = 11;
-    m.enable();
+    m.log.clear(), m.disable(), a = 11, m.enable();
     EXPECT_TRUE(m.log.empty());
     m.removeServer(&a);
-    EXPECT_EQ(manager.numRegistrations(), 1u);  // b still shares it
-    EXPECT_EQ(a.numClients(), 0u);
-    m.removeServer(&b);
+    EXPECT_TRUE(manager.numRegistrations() == 1u && a.numClients() == 0u);  // b still shares it
+    m.removeServer(&b);                                                     // the manager's last one
     EXPECT_EQ(manager.numRegistrations(), 0u);
 }
 

@@ -7,6 +7,8 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <vector>
 
 using oletest::Blob;
 using oletest::Circle;
@@ -33,14 +35,26 @@ public:
 
 Circle makeCircle() {
     Circle c;
-    c.sides = 1;
-    c.radius = 2.5;
-    c.label = "wheel";
+    c.sides = 1, c.radius = 2.5, c.label = "wheel";
     return c;
 }
 
 std::string bytesOf(const StreamFile& f) {
     return std::string(reinterpret_cast<const char*>(f.data()), f.size());
+}
+
+std::string packed(const Streamable& object) {
+    StreamFile f;
+    PStream s(&f);
+    EXPECT_EQ(object.STRM_hierarchyPack(s), STRM_OK);
+    return bytesOf(f);
+}
+// Unpacks `object` from `bytes`: the result and the stream's messages.
+std::pair<int, std::string> unpack(Streamable& object, const std::string& bytes) {
+    StreamFile f(bytes.data(), bytes.size());
+    PStream s(&f);
+    const int rc = object.STRM_hierarchyUnpack(s);
+    return {rc, s.messages().c_str()};
 }
 
 template <class T>
@@ -53,24 +67,17 @@ std::string le(T value) {
 TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
     StreamFile f;
     PStream s(&f);
-    DynamicIntegralStorage<unsigned char, unsigned short>(254).write(s);
-    DynamicIntegralStorage<unsigned char, unsigned short>(255).write(s);
-    DynamicIntegralStorage<unsigned short, unsigned int>(65534).write(s);
-    DynamicIntegralStorage<unsigned short, unsigned int>(70000).write(s);
+    DynamicIntegralStorage<unsigned char, unsigned short> narrow(254), narrow2(255);
+    DynamicIntegralStorage<unsigned short, unsigned int> wide(65534), wide2(70000);
+    narrow.write(s), narrow2.write(s), wide.write(s), wide2.write(s);
     EXPECT_EQ(bytesOf(f), std::string("\xFE\xFF\xFF\x00\xFE\xFF\xFF\xFF\x70\x11\x01\x00", 12));
-
     f.seek(0);
-    DynamicIntegralStorage<unsigned char, unsigned short> narrow;
-    DynamicIntegralStorage<unsigned short, unsigned int> wide;
-    EXPECT_EQ(narrow.read(s), 254u);
-    EXPECT_EQ(narrow.read(s), 255u);
-    EXPECT_EQ(wide.read(s), 65534u);
-    EXPECT_EQ(wide.read(s), 70000u);
+    const std::vector<unsigned> read = {narrow.read(s), narrow.read(s), wide.read(s), wide.read(s)};
+    EXPECT_EQ(read, (std::vector<unsigned>{254, 255, 65534, 70000}));
 
     StreamFile cut("\xFF\x01", 2);  // the escape and half a word
     PStream t(&cut);
-    EXPECT_EQ(narrow.read(t), 0u);
-    EXPECT_NE(t.error(), 0);
+    EXPECT_TRUE(narrow.read(t) == 0u && t.error() != 0);
 }
 
 TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
@@ -90,17 +97,14 @@ TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
     f.seek(0);
     Circle copy;
     EXPECT_EQ(copy.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(copy.sides, 1);
-    EXPECT_EQ(copy.radius, 2.5);
+    EXPECT_EQ(std::make_tuple(copy.sides, copy.radius, copy.seenMajor, copy.seenMinor),
+              std::make_tuple(1, 2.5, 1, 1));
     EXPECT_EQ(copy.label, LightweightString<char>("wheel"));
-    EXPECT_EQ(copy.seenMajor, 1);
-    EXPECT_EQ(copy.seenMinor, 1);
-    EXPECT_TRUE(f.atEnd());
-    EXPECT_TRUE(s.messages().empty());
+    EXPECT_TRUE(f.atEnd() && s.messages().empty());
 
-    EXPECT_EQ(copy.hierarchyName(), LightweightString<char>("Streamable.Shape.Circle"));
-    EXPECT_EQ(copy.hierarchyName(false, true), LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(copy.hierarchyName(true, false), LightweightString<char>("Streamable.Shape"));
+    EXPECT_EQ(std::string(copy.hierarchyName().c_str()) + " " + copy.hierarchyName(false, true).c_str() +
+                  " " + copy.hierarchyName(true, false).c_str(),
+              "Streamable.Shape.Circle Shape.Circle Streamable.Shape");
     EXPECT_STREQ(copy.layerName(), "Circle");
 }
 
@@ -108,28 +112,24 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
     StreamFile f;
     PStream s(&f);
     ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
-    Square next;
-    next.side = 4;
-    ASSERT_EQ(next.STRM_hierarchyPack(s), STRM_OK);
+    Square after;
+    after.side = 4;
+    ASSERT_EQ(after.STRM_hierarchyPack(s), STRM_OK);
 
     f.seek(0);
     CircleReader less;
     less.extra = -1;
-    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(less.radius, 2.5);
+    EXPECT_TRUE(less.STRM_hierarchyUnpack(s) == STRM_OK && less.radius == 2.5);
     EXPECT_STREQ(s.messages().c_str(),
                  "Warning: Not all object data was read while unpacking object Circle, layer Circle v3.2, "
                  "6/14 bytes unread.\n");
     // Skipping left the stream at the next object.
-    Square after;
-    EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(after.side, 4.0f);
+    after.side = 0;
+    EXPECT_TRUE(after.STRM_hierarchyUnpack(s) == STRM_OK && after.side == 4.0f);
 
-    f.seek(0);
-    s.messages().clear();
-    CircleReader more;
-    more.extra = 1;
-    EXPECT_EQ(more.STRM_hierarchyUnpack(s), STRM_FAILED);
+    f.seek(0), s.messages().clear();
+    less.extra = 1;
+    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_FAILED);
     EXPECT_STREQ(s.messages().c_str(),
                  "Error: Unpacker read beyond end of chunk while unpacking object Circle, layer Circle v3.2, "
                  "8 bytes overread.\n");
@@ -141,48 +141,29 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
 }
 
 TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
-    StreamFile f;
-    PStream s(&f);
-    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
-    const std::string good = bytesOf(f);
-
-    f.seek(0);
+    const std::string good = packed(makeCircle());
+    using Result = std::pair<int, std::string>;
     Square square;
-    EXPECT_EQ(square.STRM_hierarchyUnpack(s), STRM_FAILED);
-    EXPECT_STREQ(s.messages().c_str(),
-                 "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle");
-
-    // A base layer of an unknown revision.
+    EXPECT_EQ(unpack(square, good),
+              Result(STRM_FAILED, "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle"));
     std::string bad = good;
-    bad[11] = 7;
-    StreamFile badFile(bad.data(), bad.size());
-    PStream badStream(&badFile);
+    bad[11] = 7;  // a base layer of an unknown revision
     Circle c;
-    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
-    EXPECT_STREQ(badStream.messages().c_str(), "Unrecognized version for Streamable base");
-
-    // A derived layer under another name.
+    EXPECT_EQ(unpack(c, bad), Result(STRM_FAILED, "Unrecognized version for Streamable base"));
     bad = good;
-    bad[good.find("Circle\0", 40, 7)] = 'K';
-    badFile.assign(bad.data(), bad.size());
-    badStream.clearError();
-    badStream.messages().clear();
-    EXPECT_EQ(c.STRM_hierarchyUnpack(badStream), STRM_FAILED);
-    EXPECT_STREQ(badStream.messages().c_str(),
-                 "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle");
+    bad[good.find("Circle\0", 40, 7)] = 'K';  // a derived layer under another name
+    EXPECT_EQ(
+        unpack(c, bad),
+        Result(STRM_FAILED, "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle"));
 
     // Every truncation fails cleanly with a message.
     for (std::size_t n = 0; n < good.size(); ++n) {
-        StreamFile cut(good.data(), n);
-        PStream t(&cut);
         Circle into;
-        EXPECT_EQ(into.STRM_hierarchyUnpack(t), STRM_FAILED) << n;
-        EXPECT_FALSE(t.messages().empty()) << n;
+        const Result got = unpack(into, good.substr(0, n));
+        EXPECT_TRUE(got.first == STRM_FAILED && !got.second.empty()) << n;
     }
-    StreamFile cut(good.data(), 40);
-    PStream t(&cut);
-    c.STRM_hierarchyUnpack(t);
-    EXPECT_STREQ(t.messages().c_str(), "Unexpected end-of-file while unpacking Circle, layer Streamable");
+    EXPECT_EQ(unpack(c, good.substr(0, 40)).second,
+              "Unexpected end-of-file while unpacking Circle, layer Streamable");
 }
 
 // Old streams: the marker, variable-width revisions and the total size before the own size.
@@ -194,11 +175,9 @@ TEST(Streamable, OldFormatStreamsAreRead) {
         w.writeBinary(name, 0, false, false);
         DynamicIntegralStorage<unsigned char, unsigned short>(static_cast<unsigned short>(major)).write(w);
         DynamicIntegralStorage<unsigned short, unsigned int>(minor).write(w);
-        w.setUnsignedLong(total);
-        w.setUnsignedLong(own);
+        w.setUnsignedLong(total), w.setUnsignedLong(own);
     };
-    const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14;
-    const uint32_t shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
+    const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14, shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
     header("Streamable", 1, 0, 0, shapeChunk);
     header("Shape", 1, 0, 4, 4 + circleChunk);
     w.setLong(9);
@@ -208,28 +187,22 @@ TEST(Streamable, OldFormatStreamsAreRead) {
 
     f.seek(0);
     PStream r(&f);
-    EXPECT_TRUE(r.readStreamMarker());
-    EXPECT_EQ(r.streamVersion(), PStream::kStrm10Version);
+    EXPECT_TRUE(r.readStreamMarker() && r.streamVersion() == PStream::kStrm10Version);
     const StreamObjectInfo info = theSOManager().objectInfo(r);
     ASSERT_TRUE(info.valid);
-    EXPECT_EQ(info.hierarchyName, LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(info.className, LightweightString<char>("Circle"));
+    EXPECT_TRUE(info.hierarchyName == "Shape.Circle" && info.className == "Circle");
     EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
     PStream nothing;  // no header: no object and no size
     const StreamObjectInfo none = theSOManager().objectInfo(nothing);
-    EXPECT_FALSE(none.valid);
-    EXPECT_EQ(none.size, 0u);
+    EXPECT_TRUE(!none.valid && none.size == 0u);
 
     Circle c;
-    EXPECT_EQ(c.STRM_hierarchyUnpack(r), STRM_OK);
-    EXPECT_EQ(c.sides, 9);
-    EXPECT_EQ(c.radius, 0.5);
-    EXPECT_EQ(c.label, LightweightString<char>("rim"));
+    EXPECT_TRUE(c.STRM_hierarchyUnpack(r) == STRM_OK && c.label == "rim");
+    EXPECT_EQ(std::make_pair(c.sides, c.radius), std::make_pair(9, 0.5));
     EXPECT_NE(std::string(r.messages().c_str()).find("2/14 bytes unread"), std::string::npos);
 
     // A revision that does not fit a byte.
-    f.clear();
-    f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
+    f.clear(), f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
     header("Streamable", 300, 0, 0, 0);
     f.seek(0);
     PStream o(&f);
@@ -240,63 +213,51 @@ TEST(Streamable, OldFormatStreamsAreRead) {
 
 TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     StreamObjectManager& m = theSOManager();
-    EXPECT_EQ(m.registerClass<Circle>(), 1);
-    EXPECT_EQ(m.registerClass<Circle>(), 0);
-    EXPECT_EQ(m.registerClass<Square>(), 1);
+    const std::vector<int> added = {m.registerClass<Circle>(), m.registerClass<Circle>(),
+                                    m.registerClass<Square>()};
+    EXPECT_EQ(added, (std::vector<int>{1, 0, 1}));
     StreamClassRecord record;
-    EXPECT_EQ(m.lookup("Circle", record), 0);
-    EXPECT_EQ(record.hierarchyName, LightweightString<char>("Shape.Circle"));
-    EXPECT_EQ(m.lookup("Shape.Square", record), 0);
-    EXPECT_EQ(record.className, LightweightString<char>("Square"));
+    EXPECT_TRUE(m.lookup("Circle", record) == 0 && record.hierarchyName == "Shape.Circle");
+    EXPECT_TRUE(m.lookup("Shape.Square", record) == 0 && record.className == "Square");
     EXPECT_EQ(m.lookup("Triangle", record) + m.lookup(nullptr, record), -2);
 
     StreamFile f;
     PStream s(&f);
     Square sq;
     sq.side = 3;
-    Shape plain;
-    makeCircle().STRM_hierarchyPack(s);
-    plain.STRM_hierarchyPack(s);  // Shape itself is not registered
-    sq.STRM_hierarchyPack(s);
+    // Shape itself is not registered.
+    makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s), sq.STRM_hierarchyPack(s);
 
     f.seek(0);
     Qv::Ptr<Streamable> first = m.readObject(s);
     ASSERT_NE(first, nullptr);
     ASSERT_STREQ(first->shortLayerName(), "Circle");
     EXPECT_EQ(static_cast<Circle*>(first.get())->label, LightweightString<char>("wheel"));
-    EXPECT_EQ(m.readObject(s), nullptr);
-    EXPECT_EQ(s.error(), 0);
+    EXPECT_TRUE(m.readObject(s) == nullptr && s.error() == 0);
     Qv::Ptr<Streamable> third = m.readObject(s);
     ASSERT_NE(third, nullptr);
-    EXPECT_EQ(static_cast<Square*>(third.get())->side, 3.0f);
-    EXPECT_TRUE(f.atEnd());
+    EXPECT_TRUE(static_cast<Square*>(third.get())->side == 3.0f && f.atEnd());
 
     EXPECT_EQ(m.readObject(s), nullptr);
     EXPECT_NE(
         std::string(s.messages().c_str()).find("StreamObjectManager::readObject(): Failed to read header!\n"),
         std::string::npos);
 
-    f.seek(0);
-    s.clearError();
+    f.seek(0), s.clearError();
     Circle target;
     EXPECT_EQ(m.readObjectAs(s, target), STRM_OK);
     EXPECT_EQ(target.radius, 2.5);
 
-    EXPECT_EQ(m.unregisterClass("Circle"), 1);
-    EXPECT_EQ(m.unregisterClass("Circle"), 0);
+    EXPECT_EQ((std::vector<int>{m.unregisterClass("Circle"), m.unregisterClass("Circle")}),
+              (std::vector<int>{1, 0}));
     EXPECT_EQ(m.lookup("Shape.Circle", record), -1);
     EXPECT_EQ(m.unregisterClass("Square"), 1);
 }
 
 TEST(Streamable, ChunkAsBinaryAndAssign) {
-    StreamFile f;
-    PStream s(&f);
-    Blob out;
+    Blob out, in;
     out.block = Qv::Ptr<iMemHolder>(new MemHolder("\x01\x02\x03", 3));
-    ASSERT_EQ(out.STRM_hierarchyPack(s), STRM_OK);
-    f.seek(0);
-    Blob in;
-    ASSERT_EQ(in.STRM_hierarchyUnpack(s), STRM_OK);
+    ASSERT_EQ(unpack(in, packed(out)).first, STRM_OK);
     ASSERT_NE(in.block, nullptr);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(in.block->data()), in.block->size()), "\x01\x02\x03");
 
