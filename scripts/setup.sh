@@ -22,6 +22,7 @@ PACKAGES=(
     nlohmann-json3-dev
     gcovr
     clang
+    clang-format
     doxygen
     help2man
     man-db

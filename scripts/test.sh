@@ -41,6 +41,12 @@ suite() {
     echo "=== $name: done in $((SECONDS - t0))s"
 }
 
+# The checked-in .clang-format is the one layout: a file that does not follow it fails the run.
+echo "=== format: clang-format"
+if ! git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror; then
+    failures+=("format")
+fi
+
 suite release build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOLE_WERROR=ON -DOLE_SANITIZE=OFF \
     -DOLE_BUILD_TESTS=ON -DOLE_BUILD_TOOLS=ON -DOLE_BUILD_BENCH=ON
 suite sanitize build/asan -DCMAKE_BUILD_TYPE=Debug -DOLE_WERROR=ON -DOLE_SANITIZE=ON \

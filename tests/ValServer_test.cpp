@@ -75,7 +75,7 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
         EXPECT_TRUE(!s.updateAndNotify(-1) && s.getValue() == 5);
         EXPECT_TRUE(s.updateAndNotify(42));
         EXPECT_EQ(c.log, (Log{"post:10"}));  // nothing heard of the vetoed value
-        s.setManager(&first);  // the same manager again still detaches first
+        s.setManager(&first);                // the same manager again still detaches first
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s}));
         s.setManager(&second);
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s, &s}));

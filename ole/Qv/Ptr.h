@@ -82,8 +82,7 @@ public:
     }
     /// Converting copy from a pointer to a derived class: the count word does not depend on the type.
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-    Ptr(const Ptr<U, Dtor, RefCountTraits>& other) noexcept
-        : count_(other.countPtr()), object_(other.get()) {
+    Ptr(const Ptr<U, Dtor, RefCountTraits>& other) noexcept : count_(other.countPtr()), object_(other.get()) {
         incRef();
     }
 
@@ -131,9 +130,7 @@ public:
     }
 
     /// Drops this pointer's reference and becomes null.
-    void reset() noexcept {
-        Ptr old(std::move(*this));
-    }
+    void reset() noexcept { Ptr old(std::move(*this)); }
     void swap(Ptr& other) noexcept {
         std::swap(count_, other.count_);
         std::swap(object_, other.object_);

@@ -66,11 +66,15 @@ public:
     iterator end() { return rep_->end(); }
     const_iterator begin() const { return rep_->begin(); }
     const_iterator end() const { return rep_->end(); }
-    bool contains(const T& value) const { return std::find(rep_->begin(), rep_->end(), value) != rep_->end(); }
+    bool contains(const T& value) const {
+        return std::find(rep_->begin(), rep_->end(), value) != rep_->end();
+    }
     /// True when both refer to one storage.
     bool sharesWith(const LightweightVector& other) const { return rep_ == other.rep_; }
 
-    friend bool operator==(const LightweightVector& a, const LightweightVector& b) { return *a.rep_ == *b.rep_; }
+    friend bool operator==(const LightweightVector& a, const LightweightVector& b) {
+        return *a.rep_ == *b.rep_;
+    }
     friend bool operator!=(const LightweightVector& a, const LightweightVector& b) { return !(a == b); }
 
 private:
