@@ -67,12 +67,16 @@ struct LogCapture::Impl : Qv::LogListener {
     void logged(const char* piece) override { text += piece; }
 };
 
-LogCapture::LogCapture() : impl_(new Impl) { impl_->previous = Qv::setLogListener(impl_); }
+LogCapture::LogCapture() : impl_(new Impl) {
+    impl_->previous = Qv::setLogListener(impl_);
+}
 LogCapture::~LogCapture() {
     Qv::setLogListener(impl_->previous);
     delete impl_;
 }
-const std::string& LogCapture::text() const { return impl_->text; }
+const std::string& LogCapture::text() const {
+    return impl_->text;
+}
 
 bool inChildProcesses(int count, const std::function<bool(int)>& body) {
     std::vector<pid_t> children;
