@@ -44,7 +44,6 @@ template <class TS, class Ctx = NoCtx, class F>
 Cmd<Ctx, TS> call(F f) {
     return Cmd<Ctx, TS>(new Call<TS, Ctx>(std::move(f)));
 }
-// A command that appends `id` to `log` and returns `ok`.
 template <class TS>
 Cmd<NoCtx, TS> note(std::vector<int>& log, int id, bool ok = true) {
     return call<TS>([&log, id, ok](NoCtx&) { return log.push_back(id), ok; });
@@ -69,8 +68,7 @@ TEST(Cmd, HandlesShareCountAndCompareSimpleAndCompoundCommandsRun) {
     std::vector<int> ran;
     {
         Cmd<NoCtx> a = note<NoLocking>(ran, 1), b = note<NoLocking>(ran, 2), copy = a;
-        copy = a;
-        copy = copy;
+        copy = a, copy = copy;
         EXPECT_EQ(a.getRep()->refCount(), 2);
         EXPECT_TRUE(Cmd<NoCtx>() == Cmd<NoCtx>() && NullCommand<NoCtx>() == Cmd<NoCtx>() && a == copy);
         EXPECT_FALSE(a == b || a == NullCommand<NoCtx>() || !a.isValid() || Cmd<NoCtx>().isValid());
@@ -182,7 +180,6 @@ TEST(Queue, RecursiveAccessFromInsideTheLockThrows) {
     EXPECT_TRUE(queue.isEmpty());
 }
 
-// Whether the kernel reports a thread of this process by this name.
 bool hasThreadNamed(const std::string& name) {
     for (const std::string& task : oletest::listDirectory("/proc/self/task"))
         if (oletest::readFile("/proc/self/task/" + task + "/comm") == name + "\n") return true;
@@ -199,8 +196,7 @@ TEST(WorkerThreadQueue, RunsInOrderDrainsAtShutdownAndRefusesLateInserts) {
         return exitThread = syscall(SYS_gettid), worker->insert(note<ThreadSafe>(ran, 99), 0), true;
     });
     worker = new WorkerThreadQueue<ThreadSafe>("ole-decoupler", init, exit, iThread::Normal, 0, true);
-    ASSERT_TRUE(worker->threadRunning());
-    EXPECT_TRUE(hasThreadNamed("ole-decoupler"));
+    ASSERT_TRUE(worker->threadRunning() && hasThreadNamed("ole-decoupler"));  // as the system sees it
     worker->insert(call<ThreadSafe>([&](NoCtx&) { return gate.wait(kGiveUpMs); }), 0);
     int i = 0;
     for (int p : {5, 1, 5, 3}) worker->insert(note<ThreadSafe>(ran, p * 10 + i++), p);
@@ -290,8 +286,8 @@ TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
         ASSERT_TRUE(oletest::writeFile(path, content));
         setenv("OLE_COMPLETION_PORT", engine, 1);
         Completions completions;
-        SmplCmd<CompletionPortHandlerCallbackContext, NoTag, ThreadSafe> callback(&completions);
-        CompletionPortHandler::Callback cb = callback;
+        CompletionPortHandler::Callback cb =
+            SmplCmd<CompletionPortHandlerCallbackContext, NoTag, ThreadSafe>(&completions);
         CompletionPortHandler handler("io", cb, 0, 0, -1, -1);
         unsetenv("OLE_COMPLETION_PORT");
         const unsigned threads = handler.threadCount();
@@ -307,7 +303,7 @@ TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
                     completions.done.wait(kGiveUpMs));
         handler.post(7, 0, 0);  // not a completion status: ignored
         ASSERT_TRUE(file->writeAsync("xyz", 3, 10000) && completions.done.wait(kGiveUpMs));
-        const auto& got = completions.got;
+        const auto& got = completions.got;  // the read, then the write
         ASSERT_EQ(got.size(), 2u);
         EXPECT_TRUE(got[0].bytesProcessed() == 10000 && got[1].bytesProcessed() == 3 && got[0].succeeded() &&
                     got[1].succeeded() && got[0].context() == file->completionKey());
