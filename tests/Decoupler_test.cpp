@@ -18,6 +18,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -109,14 +110,9 @@ using Policies = testing::Types<NoLocking, ThreadSafe>;
 TYPED_TEST_SUITE(QueueTest, Policies);
 
 TYPED_TEST(QueueTest, OrdersAndStopsAtTheFirstItemThatDoesNotQualify) {
-    struct Case {
-        bool prioritised;
-        std::vector<unsigned> priorities;
-        std::function<void(Queue<TypeParam>&)> op;
-        std::vector<int> ran, left;  // items are identified by insertion index
-    };
-    using Q = Queue<TypeParam>;
-    const Case cases[] = {
+    using Q = Queue<TypeParam>;  // items are identified by insertion index
+    using V = std::vector<int>;
+    const std::tuple<bool, std::vector<unsigned>, std::function<void(Q&)>, V, V> cases[] = {
         {true, {5, 1, 5, 3}, [](Q& q) { q.executeAll(); }, {1, 3, 0, 2}, {}},
         {false, {5, 1, 5, 3}, [](Q& q) { q.executeAll(); }, {0, 1, 2, 3}, {}},
         {true, {5, 1, 3}, [](Q& q) { q.executePriorityAtLeast(3); }, {1, 2}, {0}},
@@ -130,16 +126,16 @@ TYPED_TEST(QueueTest, OrdersAndStopsAtTheFirstItemThatDoesNotQualify) {
         {false, {1, 9, 2}, [](Q& q) { q.flushPriorityLessThan(3); }, {}, {0, 1, 2}},
         {true, {5, 1}, [](Q& q) { q.flushAll(); }, {}, {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& [prioritised, priorities, op, expected, left] : cases) {
         std::vector<int> ran;
-        Q queue(c.prioritised);
-        for (std::size_t i = 0; i < c.priorities.size(); ++i)
-            queue.insert(note<TypeParam>(ran, int(i)), c.priorities[i]);
-        c.op(queue);
-        EXPECT_TRUE(ran == c.ran && queue.size() == c.left.size());
+        Q queue(prioritised);
+        for (std::size_t i = 0; i < priorities.size(); ++i)
+            queue.insert(note<TypeParam>(ran, int(i)), priorities[i]);
+        op(queue);
+        EXPECT_TRUE(ran == expected && queue.size() == left.size());
         ran.clear();
         queue.executeAll();
-        EXPECT_TRUE(ran == c.left && queue.isEmpty());
+        EXPECT_TRUE(ran == left && queue.isEmpty());
     }
     EXPECT_EQ(liveCalls.load(), 0);
 }
@@ -269,49 +265,39 @@ TEST(Pool, FourThreadsNeverShareABlockAndEveryBlockComesBack) {
     EXPECT_EQ(&QvLokiSingleton<QvPoolOf<Node>>::instance(), &pool);
 }
 
-// Records each completion and the thread that delivered it.
-struct Completions : Receiver<SmplCmd<CompletionPortHandlerCallbackContext, NoTag, ThreadSafe>> {
-    bool executeCommand(SmplCmd<CompletionPortHandlerCallbackContext, NoTag, ThreadSafe>&,
-                        CompletionPortHandlerCallbackContext& c) override {
-        return got.push_back(c), threads.push_back(long(syscall(SYS_gettid))), done.set(), true;
-    }
-    std::vector<CompletionPortHandlerCallbackContext> got;
-    std::vector<long> threads;
-    Qv::Event done;
-};
-
 TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
     const std::string path = oletest::makeTempDir("port") + "/data.bin", content(10000, 'q');
     for (const char* engine : {"automatic", "threads"}) {
         ASSERT_TRUE(oletest::writeFile(path, content));
         setenv("OLE_COMPLETION_PORT", engine, 1);
-        Completions completions;
-        CompletionPortHandler::Callback cb =
-            SmplCmd<CompletionPortHandlerCallbackContext, NoTag, ThreadSafe>(&completions);
+        using Context = CompletionPortHandlerCallbackContext;
+        std::vector<Context> got;  // each completion, and the thread that delivered it
+        std::vector<long> threads;
+        Qv::Event done;
+        CompletionPortHandler::Callback cb = call<ThreadSafe, Context>([&](Context& c) {
+            return got.push_back(c), threads.push_back(long(syscall(SYS_gettid))), done.set(), true;
+        });
         CompletionPortHandler handler("io", cb, 0, 0, -1, -1);
         unsetenv("OLE_COMPLETION_PORT");
-        const unsigned threads = handler.threadCount();
+        const unsigned count = handler.threadCount();
         handler.createThread(-999, 1);  // no such processor
-        EXPECT_EQ(handler.threadCount(), threads);
+        EXPECT_EQ(handler.threadCount(), count);
         EXPECT_TRUE(hasThreadNamed("$ io Proc[1]Pri"));
 
         Qv::Ptr<iFile> file(new iFile(
             OS()->fileSystem()->open(std::wstring(path.begin(), path.end()).c_str(), Qv::OSFile::ReadWrite)));
         std::string buffer(20000, '\0');
         EXPECT_FALSE(file->readAsync(&buffer[0], 20000, 0)) << "not attached yet";
-        ASSERT_TRUE(handler.attach(file) && file->readAsync(&buffer[0], 20000, 0) &&
-                    completions.done.wait(kGiveUpMs));
+        ASSERT_TRUE(handler.attach(file) && file->readAsync(&buffer[0], 20000, 0) && done.wait(kGiveUpMs));
         handler.post(7, 0, 0);  // not a completion status: ignored
-        ASSERT_TRUE(file->writeAsync("xyz", 3, 10000) && completions.done.wait(kGiveUpMs));
-        const auto& got = completions.got;  // the read, then the write
+        ASSERT_TRUE(file->writeAsync("xyz", 3, 10000) && done.wait(kGiveUpMs));
         ASSERT_EQ(got.size(), 2u);
         EXPECT_TRUE(got[0].bytesProcessed() == 10000 && got[1].bytesProcessed() == 3 && got[0].succeeded() &&
                     got[1].succeeded() && got[0].context() == file->completionKey());
         EXPECT_TRUE(buffer.substr(0, 10000) == content) << engine;
         // The delivering thread is pinned to one processor.
         cpu_set_t cpus;
-        EXPECT_TRUE(sched_getaffinity(pid_t(completions.threads[0]), sizeof cpus, &cpus) == 0 &&
-                    CPU_COUNT(&cpus) == 1);
+        EXPECT_TRUE(sched_getaffinity(pid_t(threads[0]), sizeof cpus, &cpus) == 0 && CPU_COUNT(&cpus) == 1);
         EXPECT_EQ(oletest::readFile(path), content + "xyz");
     }
 }
