@@ -87,10 +87,8 @@ TEST(Cmd, HandlesShareCountAndCompareSimpleAndCompoundCommandsRun) {
     ran.clear();
     CompCmd<NoCtx, ThreadSafe> ordered(true), arrival(false);
     const Cmd<NoCtx, ThreadSafe> fails = note<ThreadSafe>(ran, 0, false);
-    for (int p : {5, 1, 5, 3}) {
-        ordered.add(note<ThreadSafe>(ran, p * 10 + int(ordered.size())), p);
-        arrival.add(note<ThreadSafe>(ran, p), p);
-    }
+    for (int id : {50, 11, 52, 33})  // priority, then insertion index
+        ordered.add(note<ThreadSafe>(ran, id), id / 10), arrival.add(note<ThreadSafe>(ran, id / 10), id / 10);
     EXPECT_TRUE(ordered.execute(none));
     EXPECT_EQ(ran, (std::vector<int>{11, 33, 50, 52}));  // ascending, equal priorities in order added
     for (const auto& extra : {fails, Cmd<NoCtx, ThreadSafe>(), note<ThreadSafe>(ran, 9)})
@@ -194,8 +192,7 @@ TEST(WorkerThreadQueue, RunsInOrderDrainsAtShutdownAndRefusesLateInserts) {
     worker = new WorkerThreadQueue<ThreadSafe>("ole-decoupler", init, exit, iThread::Normal, 0, true);
     ASSERT_TRUE(worker->threadRunning() && hasThreadNamed("ole-decoupler"));  // as the system sees it
     worker->insert(call<ThreadSafe>([&](NoCtx&) { return gate.wait(kGiveUpMs); }), 0);
-    int i = 0;
-    for (int p : {5, 1, 5, 3}) worker->insert(note<ThreadSafe>(ran, p * 10 + i++), p);
+    for (int id : {50, 11, 52, 33}) worker->insert(note<ThreadSafe>(ran, id), id / 10);
     gate.set();
     delete worker;
     EXPECT_EQ(ran, (std::vector<int>{11, 33, 50, 52})) << "drained, and 99 refused while stopping";
@@ -295,9 +292,9 @@ TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
         EXPECT_TRUE(got[0].bytesProcessed() == 10000 && got[1].bytesProcessed() == 3 && got[0].succeeded() &&
                     got[1].succeeded() && got[0].context() == file->completionKey());
         EXPECT_TRUE(buffer.substr(0, 10000) == content) << engine;
-        // The delivering thread is pinned to one processor.
         cpu_set_t cpus;
-        EXPECT_TRUE(sched_getaffinity(pid_t(threads[0]), sizeof cpus, &cpus) == 0 && CPU_COUNT(&cpus) == 1);
+        EXPECT_TRUE(sched_getaffinity(pid_t(threads[0]), sizeof cpus, &cpus) == 0 && CPU_COUNT(&cpus) == 1)
+            << "the delivering thread is pinned to one processor";
         EXPECT_EQ(oletest::readFile(path), content + "xyz");
     }
 }
