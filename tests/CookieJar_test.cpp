@@ -28,7 +28,7 @@ protected:
     std::string path_;
 };
 
-TEST_F(CookieJarTest, UnusableCounterWarnsAndRestartsAtOne) {
+TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrap) {
     for (const char* content : {"", "0", "1679616", "-5", "abc"}) {
         oletest::writeFile(path_, content);
         oletest::LogCapture log;
@@ -38,9 +38,8 @@ TEST_F(CookieJarTest, UnusableCounterWarnsAndRestartsAtOne) {
         jar.flush();
         EXPECT_EQ(counter(), "2");  // digits only
     }
-}
 
-TEST_F(CookieJarTest, NumbersContinueFromTheFileWrapAfterTheLargestAndAreFlushedOnlyWhenTaken) {
+    // Numbers continue from the file, wrap after the largest and are flushed only once taken.
     oletest::writeFile(path_, "42\n");
     {
         CookieJar jar(path());
@@ -95,9 +94,9 @@ TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
 // Numbers still come from a counter that cannot be kept, but not safely, and what is in its place stays.
 TEST_F(CookieJarTest, CounterThatCannotBeKeptIsReportedAndLeftAlone) {
     ASSERT_TRUE(oletest::writeFile(path_, "5") && ::chmod(path_.c_str(), 0444) == 0);
+    oletest::LogCapture log;
     {
         CookieJar jar(path());
-        oletest::LogCapture log;
         EXPECT_TRUE(jar.cookieNum() == 5 && !jar.counterSafe());
         EXPECT_TRUE(log.contains("WARNING!!! UNABLE TO UPDATE COOKIE NUMBER FILE\n(" + path_ + ")\n"));
     }
@@ -116,7 +115,6 @@ TEST_F(CookieJarTest, CounterThatCannotBeKeptIsReportedAndLeftAlone) {
     oletest::writeFile(blocked, "a file where the directory should be");
     CookieJar retried(fromUTF8(path.c_str()));
     retried.cookieNum();
-    oletest::LogCapture log;
     retried.flush();
     EXPECT_TRUE(log.contains("WARNING!!! UNABLE TO UPDATE COOKIE NUMBER FILE\n(" + path + ")\n"));
     ::unlink(blocked.c_str());
