@@ -103,9 +103,9 @@ TEST(TimecodeText, ParsingIsLoose) {
     for (const char* same : {"01:00:00:00", "01:00:00;00", "01:00:00x00", " 01:00:00 00", "+1: 0: 0. 0"})
         EXPECT_DOUBLE_EQ(string_to_tc(same, FR25, false), 3600.0) << same;
     EXPECT_DOUBLE_EQ(string_to_tc("00:00:01.30", FR25, false), 2.2);  // fields are not range-checked
-    for (const char* bad : {"", "abc", "01:00:00", "01:00:00.", "01-00-00.00", "01:00:00.x", "-"})
-        EXPECT_EQ(string_to_tc(bad, FR25, false), 0.0) << bad;
-    EXPECT_EQ(string_to_tc(nullptr, FR25, false), 0.0);
+    for (const char* bad :
+         {"", "abc", "01:00:00", "01:00:00.", "01-00-00.00", "01:00:00.x", "-", (const char*)0})
+        EXPECT_EQ(string_to_tc(bad, FR25, false), 0.0) << (bad ? bad : "null");
     EXPECT_NEAR(string_to_tc("00:10:00;00", TCInf{FR30M, true}) * kNtsc, 17982, 1e-6);
     stdoutOf([] { EXPECT_EQ(string_to_tc("00:00:10.00", FR24F, false), 0.0); });    // no true rate
     string_to_tc("99999999999:99999999999:99999999999.99999999999", FR240, false);  // must not overflow
@@ -129,8 +129,8 @@ TEST(TimecodeRecord, WrapClampAndRoundTrip) {
     frames_to_tc(1234, &tc, 0, 1);
     EXPECT_TRUE(tcode_compare(tc, tc_addr{0, 0, 0, 0, 0}));
     const tc_addr hour{1, 0, 0, 0, 0};
-    EXPECT_EQ(tc_to_frames(&hour, 24, 0), 86401);
-    EXPECT_EQ(tc_to_frames(&hour, 24, 1), 107893);  // drop frame ignores the rate
+    // Drop frame ignores the rate.
+    EXPECT_TRUE(tc_to_frames(&hour, 24, 0) == 86401 && tc_to_frames(&hour, 24, 1) == 107893);
 
     // Equality of all five fields, the drop flag included.
     const tc_addr a{1, 2, 3, 4, 0};
@@ -138,8 +138,7 @@ TEST(TimecodeRecord, WrapClampAndRoundTrip) {
                       tc_addr{1, 2, 3, 9, 0}, tc_addr{1, 2, 3, 4, 1}})
         EXPECT_FALSE(tcode_compare(a, b) || tcode_compare(b, a));
     EXPECT_TRUE(tcode_compare(a, tc_addr{1, 2, 3, 4, 0}));
-    EXPECT_EQ(frames_to_tc(-1, FR25, 0, 0), 1e99);  // the unset time
-    EXPECT_EQ(tc_to_frames(-1e99, FR25, 1, 0), -1);
+    EXPECT_TRUE(frames_to_tc(-1, FR25, 0, 0) == 1e99 && tc_to_frames(-1e99, FR25, 1, 0) == -1);  // unset time
     EXPECT_DOUBLE_EQ(frames_to_tc(-25, FR25, 0, 0), -(25 + 0.001) / 25 + 1e-6);
     EXPECT_DOUBLE_EQ(frames_to_tc(4, FR30, 1, 0), (5 + 0.001) / 30 + 1e-6);
     for (FrameRate rate : {FR24M, FR25, FR30M, FR12_5, FR240M})
