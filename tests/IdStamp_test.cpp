@@ -102,9 +102,8 @@ TEST(IdStampCompare, MachineThenTimeThenTickAndMagicBits) {
 
 TEST(IdStampStream, PackAndUnpack) {
     PStream out;
-    IdStamp(0x2A, 0x0123ABCD, 0x1F).pack(out);
-    IdStamp().pack(out);
-    IdStamp(0x2A, 0, 0).pack(out);  // invalid: only the terminator
+    // The invalid stamp writes only the terminator.
+    for (const IdStamp& s : {IdStamp(0x2A, 0x0123ABCD, 0x1F), IdStamp(), IdStamp(0x2A, 0, 0)}) s.pack(out);
     const std::string bytes(reinterpret_cast<const char*>(out.file()->data()), out.file()->size());
     EXPECT_EQ(bytes.substr(0, 19), std::string("0000002A0123ABCD1F") + '\0');
     EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string(2, '\0'));
