@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 
 using namespace Qv;
 
@@ -24,8 +26,8 @@ TEST(FilmGauge, CodesAndPerforations) {
     EXPECT_STREQ(film_gauge_to_str(FILM_35MM_3PERF), "35mm 3-perf");
     EXPECT_STREQ(film_gauge_to_edlstr(film_gauge(9)), "INVALID");
     EXPECT_EQ(edlstr_to_film_gauge("f35"), FILM_35MM);  // case-insensitive, but whole
-    EXPECT_EQ(edlstr_to_film_gauge("F353 "), FILM_INVALID);
-    EXPECT_EQ(edlstr_to_film_gauge(nullptr), FILM_INVALID);
+    for (const char* bad : {"F353 ", (const char*)nullptr})
+        EXPECT_EQ(edlstr_to_film_gauge(bad), FILM_INVALID);
     EXPECT_EQ(int_to_film_gauge(35) * 10 + int_to_film_gauge(8), 14);
     EXPECT_EQ(frames_to_perfs(5, FILM_35MM_3PERF), 15);
     EXPECT_EQ(perfs_to_frames(-7, FILM_35MM), -1);  // toward zero
@@ -40,6 +42,12 @@ TEST(FilmFootage, TextOfKnownCounts) {
     // 3-perf footage starts two perforations into the first foot.
     const char* threePerf[] = {"    0.20", "    1.00", "    1.01"};
     for (int n = 20; n <= 22; ++n) EXPECT_EQ(feet(n, FILM_35MM_3PERF), threePerf[n - 20]);
+    // Reading: any one separator; the minus counts only as the first character.
+    const std::tuple<const char*, film_gauge, int> reads[] = {
+        {"12+05", FILM_16MM, 485}, {"ft 12.05", FILM_16MM, 485}, {"12..5", FILM_35MM, 192},
+        {"abc", FILM_35MM, 0},     {" -12.05", FILM_16MM, 485},  {"12.05", FILM_INVALID, -1}};
+    for (const auto& [text, gauge, frames] : reads) EXPECT_EQ(framesOf(text, gauge), frames) << text;
+    framesOf("99999999999999999999999.99999999999999999", FILM_35MM_3PERF);  // must not overflow
 }
 
 TEST(FilmFootage, EveryGaugeBothWaysOverARange) {
@@ -56,27 +64,16 @@ TEST(FilmFootage, EveryGaugeBothWaysOverARange) {
             ASSERT_EQ(framesOf(feet(-n, g, n & 1), g), -n) << g;
         }
     }
-    EXPECT_EQ(frames_to_foot_num(4000, FILM_16MM).feet, 100);
-    EXPECT_EQ(frames_to_foot_num(1600, FILM_35MM).feet, 100);
+    EXPECT_TRUE(frames_to_foot_num(4000, FILM_16MM).feet == 100 &&
+                frames_to_foot_num(1600, FILM_35MM).feet == 100);
     EXPECT_EQ(frames_to_foot_num(64 * 50, FILM_35MM_3PERF).feet, 150);  // 64 frames in 3 feet
     EXPECT_EQ(frames_to_foot_num(17, FILM_INVALID).feet, kInvalidFeet);
 }
 
-TEST(FilmFootage, ReadingLooseText) {
-    EXPECT_EQ(framesOf("12+05", FILM_16MM), 485);  // any one separator
-    EXPECT_EQ(framesOf("ft 12.05", FILM_16MM), 485);
-    EXPECT_EQ(framesOf("12..5", FILM_35MM), 192);
-    EXPECT_EQ(framesOf("abc", FILM_35MM), 0);
-    EXPECT_EQ(framesOf(" -12.05", FILM_16MM), 485);  // the minus counts only as the first character
-    EXPECT_EQ(framesOf("12.05", FILM_INVALID), -1);
-    framesOf("99999999999999999999999.99999999999999999", FILM_35MM_3PERF);  // must not overflow
-}
-
 TEST(TvStandard, EdlCodesBothWays) {
-    EXPECT_STREQ(tv_standard_to_edlstr({FR50, true}), "P");
-    EXPECT_STREQ(tv_standard_to_edlstr({FR60, false}), "N");
-    EXPECT_STREQ(tv_standard_to_edlstr({FR30M, true}), "ND");
-    EXPECT_STREQ(tv_standard_to_edlstr({FR12_5, false}), "P24");
+    const std::pair<TCInf, const char*> writes[] = {
+        {{FR50, true}, "P"}, {{FR60, false}, "N"}, {{FR30M, true}, "ND"}, {{FR12_5, false}, "P24"}};
+    for (const auto& [info, code] : writes) EXPECT_STREQ(tv_standard_to_edlstr(info), code);
     // Reading is case-sensitive, and "N" comes back as 29.97 whichever 30-type rate wrote it.
     const std::pair<const char*, TCInf> reads[] = {{"P", {FR25, false}},   {"N", {FR30M, false}},
                                                    {"ND", {FR30M, true}},  {"N24", {FR24, false}},
@@ -121,28 +118,21 @@ TEST(EffectCookies, BuiltInIdentifiers) {
 }
 
 TEST(FilmStrict, GaugesCodesAndFootageSayWhyNot) {
-    EXPECT_EQ(parseFilmGauge("16MM INK").value, FILM_16MM_INK);
-    EXPECT_EQ(parseFilmGauge("f353").value, FILM_35MM_3PERF);
-    EXPECT_EQ(parseFilmGauge("16").value, FILM_16MM);
-    EXPECT_EQ(parseFilmGauge("INVALID").value, FILM_INVALID);
+    const std::pair<const char*, film_gauge> gauges[] = {
+        {"16MM INK", FILM_16MM_INK}, {"f353", FILM_35MM_3PERF}, {"16", FILM_16MM}, {"INVALID", FILM_INVALID}};
+    for (const auto& [text, gauge] : gauges) EXPECT_EQ(parseFilmGauge(text).value, gauge) << text;
     EXPECT_FALSE(parseFilmGauge("70mm").ok());
-    EXPECT_TRUE(parseTvStandard("ND").ok());
-    EXPECT_FALSE(parseTvStandard("p").ok());
-
-    const struct {
-        const char* text;
-        film_gauge gauge;
-        int frames;           // when accepted
-        const char* refusal;  // null: accepted
-    } rows[] = {
+    EXPECT_TRUE(parseTvStandard("ND").ok() && !parseTvStandard("p").ok());
+    // Text, gauge, frames when accepted, refusal (null: accepted).
+    const std::tuple<const char*, film_gauge, int, const char*> rows[] = {
         {"12.05", FILM_35MM, 197, nullptr},           {" - 1+01 ", FILM_35MM, -17, nullptr},
         {"1.01", FILM_35MM_3PERF, 22, nullptr},       {"1.16", FILM_35MM, 0, "35mm film has no frame 16"},
         {"1.", FILM_35MM, 0, "is not footage"},       {"1.01x", FILM_35MM, 0, "is not footage"},
         {"1.01", FILM_INVALID, 0, "gauge is invalid"}};
-    for (const auto& r : rows) {
-        const Parsed<int> parsed = parseFootage(r.text, r.gauge);
-        EXPECT_EQ(parsed.value, r.frames) << r.text;
-        EXPECT_TRUE(r.refusal ? parsed.refusal.find(r.refusal) != std::string::npos : parsed.ok())
+    for (const auto& [text, gauge, frames, refusal] : rows) {
+        const Parsed<int> parsed = parseFootage(text, gauge);
+        EXPECT_EQ(parsed.value, frames) << text;
+        EXPECT_TRUE(refusal ? parsed.refusal.find(refusal) != std::string::npos : parsed.ok())
             << parsed.refusal;
     }
 }

@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cwchar>
+#include <utility>
 #include <vector>
 
 using namespace OutputFormat;
@@ -44,7 +45,7 @@ std::vector<unsigned> allowedFor(FrameRate projectRate) {
 
 }  // namespace
 
-TEST(OutputFormats, EveryRowAndItsPersistableString) {
+TEST(OutputFormats, EveryRowItsPersistableStringAndAssertionLines) {
     ASSERT_EQ(getNumFormats(), 32u);
     for (unsigned i = 0; i < 32; ++i) {
         SCOPED_TRACE(i);
@@ -73,9 +74,7 @@ TEST(OutputFormats, EveryRowAndItsPersistableString) {
     EXPECT_TRUE(getFormat(14).label() == L"30fps" && getFormat(31).label() == L"30fps");
     EXPECT_STREQ(getFormat(0).getPersistableString().c_str(), "1|0|1|720|576|8|1|3|4:3");
     EXPECT_TRUE(getDisplayString(FourKDCI185) == L"4k DCI 1.85:1" && getDisplayString(Type(16)).empty());
-}
 
-TEST(OutputFormats, AssertionLines) {
     const Details* got = nullptr;
     EXPECT_EQ(stdoutOf([&] { got = &getFormat(32); }),
               "assertion failed false at ole/misc/outputformat line 489\n");
@@ -97,7 +96,7 @@ TEST(OutputFormats, AssertionLines) {
               "ole/misc/outputformat line 107\n");
 }
 
-TEST(OutputFormats, ThreeAcceptedTextForms) {
+TEST(OutputFormats, TextFormsStrictReadingAndAllowedRows) {
     Details d;
     ASSERT_TRUE(d.fromPersistableString("4|0|1|1920|1080|10|2|4|30fps|99"));  // the identifier is kept
     EXPECT_TRUE(d.type() == TenEightyI && d.bitsPerComponent() == 10 && d.videoFormat() == 99);
@@ -112,9 +111,23 @@ TEST(OutputFormats, ThreeAcceptedTextForms) {
     for (const char* bad : {"", "garbage", "1|0|1|720|576|8|1", "1|0|1|720|576|8|1|x", "1,0,1,720,576,8,1,3"})
         EXPECT_TRUE(!d.fromPersistableString(bad) && d == before) << bad;
     EXPECT_EQ(Details(LightweightString<char>("nonsense")).frameRate(), FRInvalid);
-}
 
-TEST(OutputFormats, AllowedFormatsForEachProjectRate) {
+    // The strict reader takes only the written forms, each field within its domain (null: accepted).
+    const std::pair<const char*, const char*> rows[] = {
+        {"4|0|1|1920|1080|8|2|3|25fps", nullptr},     {"4|0|1|1920|1080|8|2|3|25fps|28", nullptr},
+        {"4|0|1|1920|1080|8|2|3", nullptr},           {"4|0|1|01920|1080|8|2|3|25fps", "not an output"},
+        {"4|0|1|1920|1080|8|2|3|25fps|x", "not an"},  {"16|0|1|1920|1080|8|2|3|x", "format type 16"},
+        {"4|0|9|1920|1080|8|2|3|x", "scan mode 9"},   {"4|0|1|-1920|1080|8|2|3|x", "width of -1920"},
+        {"4|0|1|0|0|8|2|3|x", "width of 0"},          {"4|0|1|1920|1080|0|2|3|x", "depth of 0"},
+        {"4|0|1|1920|1080|8|9|3|x", "aspect code 9"}, {"4|0|1|1920|1080|8|2|48|x", "frame rate 48"}};
+    for (const auto& [text, refusal] : rows) {
+        const Parsed<Details> parsed = Details::parse(text);
+        EXPECT_EQ(parsed.ok(), refusal == nullptr) << text << ": " << parsed.refusal;
+        EXPECT_TRUE(!refusal || parsed.refusal.find(refusal) != std::string::npos) << parsed.refusal;
+    }
+    EXPECT_TRUE(Details::parse("4|0|1|1920|1080|8|2|3|25fps").value == getFormat(12));
+
+    // Allowed rows for each project rate.
     using V = std::vector<unsigned>;
     EXPECT_EQ(allowedFor(FR24), (V{4, 5, 15, 16, 23, 24, 25, 26, 27, 28}));
     EXPECT_EQ(allowedFor(FR25), (V{0, 1, 6, 12, 17, 29}));
@@ -124,26 +137,7 @@ TEST(OutputFormats, AllowedFormatsForEachProjectRate) {
     EXPECT_EQ(allowedFor(FR60), (V{2, 3, 8, 9, 13, 14, 22}));
     EXPECT_EQ(allowedFor(FR30M), allowedFor(FR30));  // any rate counts as its project rate
     EXPECT_EQ(allowedFor(FRInvalid), allowedFor(FR24));
-    V rows{99};
-    getAllowedOutputFormatsForProjectFrameRate(FR48, rows);
-    EXPECT_EQ(rows, (V{99, 20}));  // appended
-}
-
-TEST(OutputFormatStrict, OnlyTheWrittenFormsWithinTheirDomain) {
-    const struct {
-        const char* text;
-        const char* refusal;  // null: accepted
-    } rows[] = {
-        {"4|0|1|1920|1080|8|2|3|25fps", nullptr},     {"4|0|1|1920|1080|8|2|3|25fps|28", nullptr},
-        {"4|0|1|1920|1080|8|2|3", nullptr},           {"4|0|1|01920|1080|8|2|3|25fps", "not an output"},
-        {"4|0|1|1920|1080|8|2|3|25fps|x", "not an"},  {"16|0|1|1920|1080|8|2|3|x", "format type 16"},
-        {"4|0|9|1920|1080|8|2|3|x", "scan mode 9"},   {"4|0|1|-1920|1080|8|2|3|x", "width of -1920"},
-        {"4|0|1|0|0|8|2|3|x", "width of 0"},          {"4|0|1|1920|1080|0|2|3|x", "depth of 0"},
-        {"4|0|1|1920|1080|8|9|3|x", "aspect code 9"}, {"4|0|1|1920|1080|8|2|48|x", "frame rate 48"}};
-    for (const auto& r : rows) {
-        const Parsed<Details> parsed = Details::parse(r.text);
-        EXPECT_EQ(parsed.ok(), r.refusal == nullptr) << r.text << ": " << parsed.refusal;
-        EXPECT_TRUE(!r.refusal || parsed.refusal.find(r.refusal) != std::string::npos) << parsed.refusal;
-    }
-    EXPECT_TRUE(Details::parse("4|0|1|1920|1080|8|2|3|25fps").value == getFormat(12));
+    V appended{99};
+    getAllowedOutputFormatsForProjectFrameRate(FR48, appended);
+    EXPECT_EQ(appended, (V{99, 20}));
 }

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <tuple>
 
 using namespace Qv;
 using oletest::stdoutOf;
@@ -51,12 +52,20 @@ TEST(TimecodeText, EveryFlagCombination) {
         EXPECT_EQ(text(3.04, FR25, false, flags), seconds[flags & 7]) << flags;
         EXPECT_EQ(text(0.04, FR25, false, flags), frames[flags]) << flags;
     }
-    EXPECT_EQ(text(3723.5, FR25), "01:02:03.12");
-    EXPECT_EQ(text(3723.5, FR25, false, 0), "1:02:03.12");
-    EXPECT_EQ(text(36000, FR25, false, 0), "10:00:00.00");
-    EXPECT_EQ(text(600, FR25, false, 0), "10:00.00");
-    EXPECT_EQ(text(60.5, FR30M, true, 0), "1:00;15");
-    EXPECT_EQ(text(1.5, FR30M), "00:00:01.14");  // non-drop 29.97: 44.955 frames
+    // Negative times lead with '-'; non-drop text wraps only past a day, drop-frame text never wraps.
+    const double day = DropFrame::kFramesPerDay / kNtsc, hour = DropFrame::kFramesPerHour / kNtsc;
+    // clang-format off
+    const std::tuple<double, FrameRate, bool, int, const char*> rows[] = {
+        {3723.5, FR25, false, kTcFull, "01:02:03.12"},  {3723.5, FR25, false, 0, "1:02:03.12"},
+        {36000, FR25, false, 0, "10:00:00.00"},         {600, FR25, false, 0, "10:00.00"},
+        {60.5, FR30M, true, 0, "1:00;15"},              {1.5, FR30M, false, kTcFull, "00:00:01.14"},
+        {-62.0, FR25, false, kTcFull, "-00:01:02.00"},  {-62.0, FR25, false, 0, "-1:02.00"},
+        {-0.04, FR25, false, 0, "-"},                   {-1800 / kNtsc, FR30M, true, kTcFull, "-00:01:00;02"},
+        {86400.0, FR25, false, kTcFull, "24:00:00.00"}, {86400.04, FR25, false, kTcFull, "00:00:00.01"},
+        {day, FR30M, true, kTcFull, "24:00:00;00"},     {day + hour, FR30M, true, kTcFull, "25:00:00;00"}};
+    // clang-format on
+    for (const auto& [seconds, rate, drop, flags, expected] : rows)
+        EXPECT_EQ(text(seconds, rate, drop, flags), expected) << seconds;
 
     char buffer[13] = "untouched";
     EXPECT_EQ(stdoutOf([&] { EXPECT_FALSE(tc_to_string(1.0, buffer, kTcFull, FRInvalid, false)); }),
@@ -84,57 +93,44 @@ TEST(TimecodeText, DropFrameBoundaries) {
     EXPECT_EQ(text(60.0, FR30, true), "00:01:00;02");
 }
 
-TEST(TimecodeText, NegativeTimesAndTheDayEnd) {
-    EXPECT_EQ(text(-62.0, FR25), "-00:01:02.00");
-    EXPECT_EQ(text(-62.0, FR25, false, 0), "-1:02.00");
-    EXPECT_EQ(text(-0.04, FR25, false, 0), "-");
-    EXPECT_EQ(text(-1800 / kNtsc, FR30M, true), "-00:01:00;02");
+TEST(TimecodeText, ParsingIsLoose) {
     EXPECT_DOUBLE_EQ(string_to_tc("-00:01:02.05", FR25, false), -62.2);
     // The negative form is always read without dropped labels, and says so on the debug output.
     EXPECT_NE(oletest::stderrOf([] {
                   EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6);
               }).find("string_to_tc: error negative timecode\n"),
               std::string::npos);
-
-    // Non-drop text wraps only past a day; drop-frame text does not wrap.
-    EXPECT_EQ(text(86400.0, FR25), "24:00:00.00");
-    EXPECT_EQ(text(86400.04, FR25), "00:00:00.01");
-    EXPECT_EQ(text(DropFrame::kFramesPerDay / kNtsc, FR30M, true), "24:00:00;00");
-    EXPECT_EQ(text((DropFrame::kFramesPerDay + DropFrame::kFramesPerHour) / kNtsc, FR30M, true),
-              "25:00:00;00");
-}
-
-TEST(TimecodeText, ParsingIsLoose) {
     for (const char* same : {"01:00:00:00", "01:00:00;00", "01:00:00x00", " 01:00:00 00", "+1: 0: 0. 0"})
         EXPECT_DOUBLE_EQ(string_to_tc(same, FR25, false), 3600.0) << same;
     EXPECT_DOUBLE_EQ(string_to_tc("00:00:01.30", FR25, false), 2.2);  // fields are not range-checked
-    for (const char* bad : {"", "abc", "01:00:00", "01:00:00.", "01-00-00.00", "01:00:00.x", "-"})
-        EXPECT_EQ(string_to_tc(bad, FR25, false), 0.0) << bad;
-    EXPECT_EQ(string_to_tc(nullptr, FR25, false), 0.0);
+    for (const char* bad :
+         {"", "abc", "01:00:00", "01:00:00.", "01-00-00.00", "01:00:00.x", "-", (const char*)0})
+        EXPECT_EQ(string_to_tc(bad, FR25, false), 0.0) << (bad ? bad : "null");
     EXPECT_NEAR(string_to_tc("00:10:00;00", TCInf{FR30M, true}) * kNtsc, 17982, 1e-6);
     stdoutOf([] { EXPECT_EQ(string_to_tc("00:00:10.00", FR24F, false), 0.0); });    // no true rate
     string_to_tc("99999999999:99999999999:99999999999.99999999999", FR240, false);  // must not overflow
 
-    EXPECT_TRUE(isTimecodeStringDropFrame("01:00:00;00"));
-    EXPECT_TRUE(isTimecodeStringDropFrame("  01:00:00,00"));
-    EXPECT_FALSE(isTimecodeStringDropFrame("01:00:00.00"));
-    EXPECT_FALSE(isTimecodeStringDropFrame("1:00:00;00"));  // the ninth character is a digit
-    EXPECT_FALSE(isTimecodeStringDropFrame("     0;00"));   // long enough, but short after the blanks
-    EXPECT_FALSE(isTimecodeStringDropFrame(nullptr));
+    // "1:00:00;00": the ninth character is a digit; "     0;00": short once the blanks are skipped.
+    for (const char* drop : {"01:00:00;00", "  01:00:00,00"}) EXPECT_TRUE(isTimecodeStringDropFrame(drop));
+    for (const char* nd : {"01:00:00.00", "1:00:00;00", "     0;00", (const char*)nullptr})
+        EXPECT_FALSE(isTimecodeStringDropFrame(nd)) << (nd ? nd : "null");
 }
 
 TEST(TimecodeRecord, WrapClampAndRoundTrip) {
-    EXPECT_EQ(record(0, 25, 0), "23:59:59:24");               // the day before
-    EXPECT_EQ(record(25 * 86400 + 1, 25, 0), "23:59:59:24");  // clamped
-    EXPECT_EQ(record(0, 30, 1), "23:59:59;29");               // one past the day's end, then clamped
-    EXPECT_EQ(record(-1798, 30, 1), "23:59:00;02");
-    EXPECT_EQ(record(DropFrame::kFramesPerDay + 1, 30, 1), "23:59:59;29");
+    // Frame 0 is the day before; past the day's end is clamped.
+    // clang-format off
+    const std::tuple<int, short, short, const char*> rows[] = {
+        {0, 25, 0, "23:59:59:24"}, {25 * 86400 + 1, 25, 0, "23:59:59:24"}, {0, 30, 1, "23:59:59;29"},
+        {DropFrame::kFramesPerDay + 1, 30, 1, "23:59:59;29"}, {-1798, 30, 1, "23:59:00;02"}};
+    // clang-format on
+    for (const auto& [frame, rate, drop, expected] : rows)
+        EXPECT_EQ(record(frame, rate, drop), expected) << frame;
     tc_addr tc{1, 2, 3, 4, 1};
     frames_to_tc(1234, &tc, 0, 1);
     EXPECT_TRUE(tcode_compare(tc, tc_addr{0, 0, 0, 0, 0}));
     const tc_addr hour{1, 0, 0, 0, 0};
-    EXPECT_EQ(tc_to_frames(&hour, 24, 0), 86401);
-    EXPECT_EQ(tc_to_frames(&hour, 24, 1), 107893);  // drop frame ignores the rate
+    // Drop frame ignores the rate.
+    EXPECT_TRUE(tc_to_frames(&hour, 24, 0) == 86401 && tc_to_frames(&hour, 24, 1) == 107893);
 
     // Equality of all five fields, the drop flag included.
     const tc_addr a{1, 2, 3, 4, 0};
@@ -142,11 +138,7 @@ TEST(TimecodeRecord, WrapClampAndRoundTrip) {
                       tc_addr{1, 2, 3, 9, 0}, tc_addr{1, 2, 3, 4, 1}})
         EXPECT_FALSE(tcode_compare(a, b) || tcode_compare(b, a));
     EXPECT_TRUE(tcode_compare(a, tc_addr{1, 2, 3, 4, 0}));
-}
-
-TEST(TimecodeSeconds, FrameCountsRoundTrip) {
-    EXPECT_EQ(frames_to_tc(-1, FR25, 0, 0), 1e99);  // the unset time
-    EXPECT_EQ(tc_to_frames(-1e99, FR25, 1, 0), -1);
+    EXPECT_TRUE(frames_to_tc(-1, FR25, 0, 0) == 1e99 && tc_to_frames(-1e99, FR25, 1, 0) == -1);  // unset time
     EXPECT_DOUBLE_EQ(frames_to_tc(-25, FR25, 0, 0), -(25 + 0.001) / 25 + 1e-6);
     EXPECT_DOUBLE_EQ(frames_to_tc(4, FR30, 1, 0), (5 + 0.001) / 30 + 1e-6);
     for (FrameRate rate : {FR24M, FR25, FR30M, FR12_5, FR240M})
@@ -175,41 +167,30 @@ TEST(TimecodeSeconds, WallClockTextIsTheCLibraryForm) {
 }
 
 TEST(StrictTimecode, AcceptsTheWrittenShapesAndSaysWhyNot) {
-    struct Row {
-        const char* text;
-        FrameRate rate;
-        bool drop;
-        const char* refusal;  // null: accepted
-        bool readAsDrop;
-    };
-    const Row rows[] = {
-        {"01:02:03.12", FR25, false, nullptr, false},
-        {"-00:00:01.13", FR25, false, nullptr, false},
-        {"00:01:00;02", FR30M, false, nullptr, true},  // the separator alone makes it drop frame
-        {"00:01:00.02", FR30M, true, nullptr, true},
-        {"", FR25, false, "is empty", false},
-        {"1:2:3.4", FR25, false, "is not timecode", false},
-        {"24:00:00.00", FR25, false, "more than 23 hours", false},
-        {"00:60:00.00", FR25, false, "more than 59 minutes", false},
-        {"00:00:00.25", FR25, false, "frame 25; frames run from 00 to 24", false},
-        {"00:01:00;01", FR30M, false, "does not exist in drop-frame", false},
-        {"-00:00:01;00", FR30M, false, "no negative times", false},
-        {"00:00:01;00", FR25, false, "29.97 fps (30M), not 25", false},
-        {"00:00:01.00", FR24D2, false, "no timecode of its own", false},
-        {"00:00:01.00", FR120, false, "pass two digits", false},
-    };
-    for (const Row& r : rows) {
-        const auto parsed = parseTimecodeString(r.text, r.rate, r.drop);
-        if (!r.refusal) {
-            ASSERT_TRUE(parsed.ok()) << r.text << ": " << parsed.refusal;
-            EXPECT_EQ(parsed.value.dropFrame, r.readAsDrop) << r.text;
-            EXPECT_EQ(parsed.value.seconds, string_to_tc(r.text, r.rate, r.readAsDrop)) << r.text;
-        } else {
-            EXPECT_NE(parsed.refusal.find(r.refusal), std::string::npos) << r.text << ": " << parsed.refusal;
-        }
+    // ";" alone makes the text drop frame.
+    // clang-format off
+    const std::tuple<const char*, FrameRate, bool, bool> accepted[] = {
+        {"01:02:03.12", FR25, false, false}, {"-00:00:01.13", FR25, false, false},
+        {"00:01:00;02", FR30M, false, true}, {"00:01:00.02", FR30M, true, true}};
+    const std::tuple<const char*, FrameRate, const char*> refused[] = {
+        {"", FR25, "is empty"},                            {"1:2:3.4", FR25, "is not timecode"},
+        {"24:00:00.00", FR25, "more than 23 hours"},       {"00:60:00.00", FR25, "more than 59 minutes"},
+        {"00:00:00.25", FR25, "frame 25; frames run from 00 to 24"},
+        {"00:01:00;01", FR30M, "does not exist in drop-frame"}, {"-00:00:01;00", FR30M, "no negative times"},
+        {"00:00:01;00", FR25, "29.97 fps (30M), not 25"},  {"00:00:01.00", FR24D2, "no timecode of its own"},
+        {"00:00:01.00", FR120, "pass two digits"}};
+    // clang-format on
+    for (const auto& [text, rate, drop, readAsDrop] : accepted) {
+        const auto parsed = parseTimecodeString(text, rate, drop);
+        ASSERT_TRUE(parsed.ok()) << text << ": " << parsed.refusal;
+        EXPECT_EQ(parsed.value.dropFrame, readAsDrop) << text;
+        EXPECT_EQ(parsed.value.seconds, string_to_tc(text, rate, readAsDrop)) << text;
+    }
+    for (const auto& [text, rate, refusal] : refused) {
+        const auto parsed = parseTimecodeString(text, rate, false);
+        EXPECT_NE(parsed.refusal.find(refusal), std::string::npos) << text << ": " << parsed.refusal;
     }
     EXPECT_EQ(stdoutOf([] { (void)parseTimecodeString("00:00:01.00", FRInvalid, false); }), "");
-    EXPECT_EQ(framesPerDay(FR25, false), 25 * 86400);
+    EXPECT_TRUE(framesPerDay(FR25, false) == 25 * 86400 && framesPerDay(FR24D2, false) == 12 * 86400);
     EXPECT_EQ(framesPerDay(FR30M, true), DropFrame::kFramesPerDay);
-    EXPECT_EQ(framesPerDay(FR24D2, false), 12 * 86400);
 }

@@ -12,35 +12,34 @@
 #include <fstream>
 #include <string>
 #include <tuple>
+#include <utility>
 
 using namespace Qv;
 using oletest::stdoutOf;
 
-TEST(TimeDef, ConstructorsAndLabelKinds) {
+TEST(TimeDef, ConstructorsLabelKindsAndTextForms) {
     const time_def parsed("00:01:00;02", TCInf{FR30M, true});
     EXPECT_DOUBLE_EQ(parsed.time, 1800 / (30 / 1.001));
-    EXPECT_EQ(parsed.rate, FR30M);
-    EXPECT_TRUE(parsed.dropFrame);
+    EXPECT_TRUE(parsed.rate == FR30M && parsed.dropFrame);
     EXPECT_DOUBLE_EQ(time_def("00:00:02.05", FR24, false).time, 2 + 5 / 24.0);
 
     // Label kind -> rate and drop flag; "00:00:01:10" is read at that kind.
-    const std::tuple<int, FrameRate, bool, double> kinds[] = {{LABEL_EBU, FR25, false, 1.4},
-                                                              {LABEL_SMPTE, FR30, false, 40 / 30.0},
-                                                              {LABEL_SMPTE_DROP, FR30, true, 40 / 30.0},
-                                                              {LABEL_UNKNOWN, FR24, false, 34 / 24.0},
-                                                              {4, FR24, false, 34 / 24.0},
-                                                              {8, FR24, false, 34 / 24.0}};
+    // clang-format off
+    const std::tuple<int, FrameRate, bool, double> kinds[] = {
+        {LABEL_EBU, FR25, false, 1.4},          {LABEL_SMPTE, FR30, false, 40 / 30.0},
+        {LABEL_SMPTE_DROP, FR30, true, 40 / 30.0}, {LABEL_UNKNOWN, FR24, false, 34 / 24.0},
+        {4, FR24, false, 34 / 24.0},            {8, FR24, false, 34 / 24.0}};
+    // clang-format on
     for (const auto& [kind, rate, drop, seconds] : kinds) {
         const time_def t("00:00:01:10", label_t(kind));
-        EXPECT_EQ(t.rate, rate) << kind;
-        EXPECT_EQ(t.dropFrame, drop) << kind;
+        EXPECT_TRUE(t.rate == rate && t.dropFrame == drop) << kind;
         EXPECT_DOUBLE_EQ(t.time, seconds) << kind;
     }
     EXPECT_EQ(time_def(nullptr, LABEL_SMPTE_DROP).time, 0.0);
-}
 
-TEST(TimeDef, TextFormsShareStaticBuffers) {
-    time_def pal(3723.5, FR25, false), ntsc(1800 / (30 / 1.001), FR30M, true), negative(-62.0, FR25, false);
+    // The text forms share static buffers.
+    time_def pal(3723.5, FR25, false), ntsc(1800 / (30 / 1.001), FR30M, true), negative(-62.0, FR25, false),
+        huge(1e99, FR30M, true), invalid(1.0, FRInvalid, false);
     char* first = pal.get_punctuated_str();
     EXPECT_STREQ(first, "01:02:03.12");
     EXPECT_EQ(ntsc.get_punctuated_str(), first);  // one buffer for all, overwritten by each call
@@ -53,10 +52,8 @@ TEST(TimeDef, TextFormsShareStaticBuffers) {
     EXPECT_EQ(stdoutOf([&] { text = pal.get_database_str(); }),
               "assertion failed false at ole/misc/time_def line 135\n");
     EXPECT_EQ(text, "3723.500000 3 0");
-    time_def huge(1e99, FR30M, true);
     stdoutOf([&] { text = huge.get_database_str(); });
     EXPECT_EQ(text.size(), 99 + 7 + 4u);  // "%lf" of 1e99 is 99 digits and ".000000"; nothing is cut
-    time_def invalid(1.0, FRInvalid, false);
     stdoutOf([&] { text = invalid.get_label_str(); });
     EXPECT_EQ(text, "");
 }
@@ -65,19 +62,17 @@ TEST(TcField, TextLinesAndStreamForm) {
     const std::string path = oletest::makeTempDir("tc_field") + "/times.txt";
     {
         std::ofstream out(path);
-        EXPECT_TRUE(tc_field(12.345678912).write(&out));
-        EXPECT_TRUE(tc_field(-0.5).write(&out));
+        EXPECT_TRUE(tc_field(12.345678912).write(&out) && tc_field(-0.5).write(&out));
     }
     EXPECT_EQ(oletest::readFile(path), "12.34567891\n-0.50000000\n");
     oletest::writeFile(path, "12.34567891\nnot a time\n" + std::string(300, '7') + "\n");
     std::ifstream in(path);
     tc_field f;
-    EXPECT_TRUE(f.read(&in));
-    EXPECT_DOUBLE_EQ(f.time, 12.34567891);
-    EXPECT_TRUE(f.read(&in));
-    EXPECT_DOUBLE_EQ(f.time, 12.34567891);  // a line that does not parse leaves the time alone
-    EXPECT_TRUE(f.read(&in));               // an overlong line is cut at 255 characters
-    EXPECT_DOUBLE_EQ(f.time, std::stod(std::string(255, '7')));
+    // A line that does not parse leaves the time alone; an overlong line is cut at 255 characters.
+    for (double expected : {12.34567891, 12.34567891, std::stod(std::string(255, '7'))}) {
+        EXPECT_TRUE(f.read(&in));
+        EXPECT_DOUBLE_EQ(f.time, expected);
+    }
 
     StreamFile file;
     PStream stream(&file);
@@ -88,11 +83,10 @@ TEST(TcField, TextLinesAndStreamForm) {
     std::memcpy(&raw, file.data(), 8);
     EXPECT_EQ(raw, 1234.5);  // the plain 8-byte double
     file.seek(0);
-    f.unpack(stream, 0);
-    EXPECT_EQ(f.time, 1234.5);
-    f.unpack(stream, 7);
-    EXPECT_EQ(f.time, -1e99);
-    f.unpack(stream, 0);  // nothing left: flagged, time kept
-    EXPECT_EQ(f.time, -1e99);
+    // The third read finds nothing left: flagged, time kept.
+    for (const auto& [version, expected] : {std::pair<int, double>{0, 1234.5}, {7, -1e99}, {0, -1e99}}) {
+        f.unpack(stream, version);
+        EXPECT_EQ(f.time, expected);
+    }
     EXPECT_NE(stream.error(), 0);
 }
