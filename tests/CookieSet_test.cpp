@@ -38,7 +38,7 @@ struct LastCookieClient : ValClient<Cookie> {
 
 }  // namespace
 
-TEST(CookieVec, TextFormJoinsWithCommasAndSkipsBadPieces) {
+TEST(CookieVec, TextFormSkipsBadPiecesAndStreamsShortTexts) {
     CookieVec vec;
     for (const Cookie& c : {kP, kO}) vec.add(c);
     EXPECT_STREQ(vec.asString().c_str(), "P00B002S,O03B0007");
@@ -50,13 +50,12 @@ TEST(CookieVec, TextFormJoinsWithCommasAndSkipsBadPieces) {
     alias.add(kP);
     vec.remove(kP);  // every equal element
     EXPECT_EQ(elements(alias), (Cookies{kO}));
-}
 
-TEST(CookieVec, StreamsCountAndShortTextsWithoutVersions) {
-    CookieVec vec;
-    for (const Cookie& c : {kO, kS, Cookie()}) vec.add(c);
+    // Streams hold the count and the short texts, without versions.
+    CookieVec packed;
+    for (const Cookie& c : {kO, kS, Cookie()}) packed.add(c);
     PStream out;
-    EXPECT_EQ(vec.pack(out), STRM_OK);
+    EXPECT_EQ(packed.pack(out), STRM_OK);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.file()->data()), out.file()->size()),
               std::string("\x03\x00\x00\x00O00B0007\0S05B0007\0INVALID", 4 + 8 + 1 + 8 + 1 + 7 + 1));
     out.seek(0);
@@ -88,12 +87,11 @@ TEST(CookieSet, OrderedDistinctAndCopiedOnWrite) {
     c.purge();
     EXPECT_TRUE(c.empty() && a.size() == 4);
 
-    GrowString out;
-    b.rep().printOn(out);
-    EXPECT_STREQ(out.c_str(), "S05B0007,P00B002S,E~0~0001");
-}
+    GrowString text;
+    b.rep().printOn(text);
+    EXPECT_STREQ(text.c_str(), "S05B0007,P00B002S,E~0~0001");
 
-TEST(CookieSet, ListenersHearEachCookieAddedAndStreamsRoundTrip) {
+    // Listeners hear each cookie added; streams round-trip.
     CookieSet set;
     LastCookieClient client(&set.rep().lastAdded());
     for (const Cookie& c : {kP, kS, kP}) set.add(c);
