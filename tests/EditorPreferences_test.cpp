@@ -28,7 +28,7 @@ struct Recorder {
 
 }  // namespace
 
-TEST(EditorPreferences, ValuesOfEveryTypeWithDefaults) {
+TEST(EditorPreferences, ValuesOfEveryTypeDefaultsAndListeners) {
     EditorPreferences& p = prefs();
     p.setPreference("vText", "some text");
     p.setPreference("vWide", LightweightString<wchar_t>(L"caf\u00e9"));
@@ -43,14 +43,13 @@ TEST(EditorPreferences, ValuesOfEveryTypeWithDefaults) {
     EXPECT_TRUE(p.getPreference("vText", 7) == 7 && p.getPreference("vText", XY<int>(1, 2)) == XY<int>(1, 2));
     EXPECT_TRUE(p.removePreference("vText") && !p.removePreference("vText"));
     EXPECT_EQ(p.getPreference("vText", "d"), "d");
-}
 
-TEST(EditorPreferences, ListenersHearTheirPreferenceOrAll) {
+    // Listeners hear their preference, or all of them.
     Recorder one("nWidth"), all(""), other("nHeight");
 
     PrefVal<int> width("nWidth", 640);
     PrefVal<Text> title("nTitle", Text("untitled"));
-    PrefVal<double> quiet("nQuiet", 1.0, false);
+    PrefVal<double> quiet("nQuiet", 1.0, false);  // stores without announcing
     EXPECT_TRUE(int(width) == 640 && !width.hasValue());
     width = 720;
     title = Text("news");
@@ -61,7 +60,6 @@ TEST(EditorPreferences, ListenersHearTheirPreferenceOrAll) {
     EXPECT_EQ(all.heard, (std::vector<std::string>{"nWidth", "nTitle"}));
     EXPECT_TRUE(other.heard.empty());
 
-    // Values are stored whether or not the handle announces them.
     EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5);
     EXPECT_TRUE(PrefVal<int>("nWidth", 0) == 720);
 
