@@ -13,11 +13,10 @@
 namespace {
 
 std::string text(const Qv::UUID& id) {
-    char buffer[40];
-    std::memset(buffer, 'x', sizeof buffer);
-    id.asString(buffer);
+    std::string buffer(40, 'x');
+    id.asString(buffer.data());
     EXPECT_EQ(buffer[37], 'x') << "36 characters and a terminator, nothing more";
-    return buffer;
+    return buffer.c_str();
 }
 std::wstring wide(const std::string& s) {
     return std::wstring(s.begin(), s.end());
