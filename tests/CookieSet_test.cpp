@@ -20,14 +20,11 @@ const Cookie kS('S', 7, 5, 5);     // S05B0007
 const Cookie kE('E', 1, 0, 2703);  // E~0~0001
 
 using Cookies = std::vector<Cookie>;
-Cookies elements(const CookieSet& set) {
+template <class Container>
+Cookies elements(const Container& set) {
     Cookies out;
     for (unsigned i = 0; i < set.size(); ++i) out.push_back(set[int(i)]);
     return out;
-}
-template <class Vec>
-Cookies elements(const Vec& vec) {
-    return Cookies(vec.begin(), vec.end());
 }
 
 struct LastCookieClient : ValClient<Cookie> {
