@@ -8,59 +8,49 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 namespace {
 
 using Text = LightweightString<char>;
 
+// Hears one preference, or all of them for an empty name, until guard is reset.
 struct Recorder {
     std::vector<std::string> heard;
     std::vector<int> types;
+    Qv::Ptr<Qv::Guard> guard;
+    explicit Recorder(const char* name)
+        : guard(prefs().addListener(makeCallback(this, &Recorder::onChange), Text(name))) {}
     int onChange(const NotifyMsg& msg) {
         heard.push_back(msg.text().c_str());
         types.push_back(msg.type());
         return 0;
     }
-    Qv::Ptr<Qv::Guard> listen(const char* name) {
-        return prefs().addListener(makeCallback(this, &Recorder::onChange), Text(name));
-    }
 };
 
 }  // namespace
 
-TEST(EditorPreferences, ValuesOfEveryTypeWithDefaults) {
+TEST(EditorPreferences, ValuesOfEveryTypeDefaultsAndListeners) {
     EditorPreferences& p = prefs();
     p.setPreference("vText", "some text");
     p.setPreference("vWide", LightweightString<wchar_t>(L"caf\u00e9"));
     p.setPreference("vXY", XY<int>(3, -4));
-    EXPECT_EQ(p.getPreference("vWide", L"d"), LightweightString<wchar_t>(L"caf\u00e9"));
-    EXPECT_EQ(p.getPreference("vXY", XY<int>()), XY<int>(3, -4));
+    EXPECT_TRUE(p.getPreference("vWide", L"d") == L"caf\u00e9" &&
+                p.getPreference("vXY", XY<int>()) == XY<int>(3, -4));
     EXPECT_EQ(UserConfig().getValue(Text("EditorPreferences"), Text("vXY"), "?"), "(3,-4)");
     p.setPreference("vXY", "(10, 20)");
     EXPECT_EQ(p.getPreference("vXY", XY<int>()), XY<int>(10, 20));
 
     // Missing values and text that is not of the asked type give the default.
-    EXPECT_EQ(p.getPreference("vMissing", L"d"), LightweightString<wchar_t>(L"d"));
-    EXPECT_EQ(p.getPreference("vText", 7), 7);
-    EXPECT_EQ(p.getPreference("vText", XY<int>(1, 2)), XY<int>(1, 2));
-    EXPECT_TRUE(p.removePreference("vText"));
+    EXPECT_TRUE(p.getPreference("vText", 7) == 7 && p.getPreference("vText", XY<int>(1, 2)) == XY<int>(1, 2));
+    EXPECT_TRUE(p.removePreference("vText") && !p.removePreference("vText"));
     EXPECT_EQ(p.getPreference("vText", "d"), "d");
-    EXPECT_FALSE(p.removePreference("vText"));
-}
 
-TEST(EditorPreferences, ListenersHearTheirPreferenceOrAll) {
-    Recorder one, all, other;
-    Qv::Ptr<Qv::Guard> oneGuard = one.listen("nWidth");
-    Qv::Ptr<Qv::Guard> allGuard = all.listen("");
-    Qv::Ptr<Qv::Guard> otherGuard = other.listen("nHeight");
+    // Listeners hear their preference, or all of them.
+    Recorder one("nWidth"), all(""), other("nHeight");
 
     PrefVal<int> width("nWidth", 640);
     PrefVal<Text> title("nTitle", Text("untitled"));
-    PrefVal<double> quiet("nQuiet", 1.0, false);
-    EXPECT_EQ(int(width), 640);
-    EXPECT_FALSE(width.hasValue());
+    PrefVal<double> quiet("nQuiet", 1.0, false);  // stores without announcing
+    EXPECT_TRUE(int(width) == 640 && !width.hasValue());
     width = 720;
     title = Text("news");
     quiet = 2.5;
@@ -70,15 +60,12 @@ TEST(EditorPreferences, ListenersHearTheirPreferenceOrAll) {
     EXPECT_EQ(all.heard, (std::vector<std::string>{"nWidth", "nTitle"}));
     EXPECT_TRUE(other.heard.empty());
 
-    // Values are stored whether or not the handle announces them.
-    EXPECT_TRUE(width.hasValue() && quiet.hasValue());
-    EXPECT_EQ(quiet.getValue(), 2.5);
+    EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5);
     EXPECT_TRUE(PrefVal<int>("nWidth", 0) == 720);
 
-    allGuard.reset();
+    all.guard.reset();
     width = 800;
-    EXPECT_EQ(all.heard.size(), 2u);
-    EXPECT_EQ(one.heard.size(), 2u);
+    EXPECT_TRUE(all.heard.size() == 2 && one.heard.size() == 2);
 }
 
 TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
@@ -94,18 +81,15 @@ TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
     const std::string path = oletest::makeTempDir("prefs") + "/export.txt";
     ASSERT_TRUE(oletest::writeFile(path, "[Other]\nkeep=1\n[EditorPreferences]\nstale=1\n[Tail]\nkeep=2\n"));
     const WString wpath = fromUTF8(path.c_str());
-    ASSERT_TRUE(p.exportTo(wpath));
-    ASSERT_TRUE(p.exportTo(wpath));  // a second export replaces the section
+    ASSERT_TRUE(p.exportTo(wpath) && p.exportTo(wpath));  // a second export replaces the section
     const TextFile file(wpath);
-    EXPECT_EQ(file[0], "[Other]");
-    EXPECT_EQ(file[2], "[EditorPreferences]");
-    EXPECT_EQ(file[3 + saved.size()], "[Tail]");
     EXPECT_EQ(file.size(), 3 + saved.size() + 2);
+    EXPECT_TRUE(file[0] == "[Other]" && file[2] == "[EditorPreferences]" &&
+                file[3 + saved.size()] == "[Tail]");
 
     for (const auto& [name, value] : saved) p.removePreference(name);
     p.setPreference("xInt", 7);
-    Recorder all;
-    Qv::Ptr<Qv::Guard> guard = all.listen("");
+    Recorder all("");
     EXPECT_EQ(p.importFrom(wpath), int(saved.size()));
     EXPECT_EQ(p.getAVPairs(), saved);
     EXPECT_EQ(all.heard.size(), saved.size());
@@ -114,9 +98,8 @@ TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
     Vector<Text> lines;
     p.exportTo(lines);
     EXPECT_EQ(lines.front(), EditorPreferences::getSectionHeading());
-    all.heard.clear();
     EXPECT_EQ(p.importFrom(lines), int(saved.size()));
-    EXPECT_TRUE(all.heard.empty());
+    EXPECT_EQ(all.heard.size(), saved.size());
 
     // A file that starts with the section: a second export finds it and replaces it.
     const WString fresh = fromUTF8((path + ".fresh").c_str());

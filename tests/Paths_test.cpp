@@ -30,33 +30,27 @@ Names listing(const std::string& dir, const wchar_t* pattern) {
     return names;
 }
 
-TEST(Paths, EveryDirectoryLiesBelowTheHomeReadAtEachCall) {
+TEST(Paths, DirectoriesLieBelowTheHomeReadAtEachCallAndListingsMatchWildcards) {
     const std::string saved = std::getenv("QUORVANE_HOME");
     for (const std::string& home : {saved, oletest::makeTempDir("elsewhere")}) {
         setenv("QUORVANE_HOME", home.c_str(), 1);
         const std::wstring prefix = wide(home) + L"/";
         const std::wstring data = w(getUserDataDirectory());
-        for (const std::wstring& dir :
-             {data, w(getPreferencesDirectory()), w(getMachineSettingsDirectory())}) {
-            EXPECT_EQ(dir.compare(0, prefix.size(), prefix), 0) << std::string(dir.begin(), dir.end());
-            EXPECT_NE(dir.back(), L'/');
-        }
-        EXPECT_EQ(w(getProjectsBaseDirectory()), data + L"/Projects");
-        EXPECT_EQ(w(getDefaultLocalProjectsDir()), w(getProjectsBaseDirectory()));
-        EXPECT_NE(w(getPreferencesDirectory()), data);
-        EXPECT_NE(w(getMachineSettingsDirectory()), w(getPreferencesDirectory()));
+        for (const std::wstring& dir : {data, w(getPreferencesDirectory()), w(getMachineSettingsDirectory())})
+            EXPECT_TRUE(dir.compare(0, prefix.size(), prefix) == 0 && dir.back() != L'/')
+                << std::string(dir.begin(), dir.end());
+        EXPECT_TRUE(w(getProjectsBaseDirectory()) == data + L"/Projects" &&
+                    w(getDefaultLocalProjectsDir()) == data + L"/Projects");
+        EXPECT_TRUE(w(getPreferencesDirectory()) != data &&
+                    w(getMachineSettingsDirectory()) != w(getPreferencesDirectory()));
     }
     setenv("QUORVANE_HOME", saved.c_str(), 1);
-}
 
-TEST(Paths, JoinAndProjectExtension) {
-    EXPECT_EQ(w(joinPath(L"/a/b", L"c.cfg")), L"/a/b/c.cfg");
-    EXPECT_EQ(w(joinPath(L"/a/b/", L"c.cfg")), L"/a/b/c.cfg");
-    EXPECT_EQ(w(getEditFilenameExt(true)), L".qvp");
-    EXPECT_EQ(w(getEditFilenameExt(false)), L"qvp");
-}
+    EXPECT_TRUE(w(joinPath(L"/a/b", L"c.cfg")) == L"/a/b/c.cfg" &&
+                w(joinPath(L"/a/b/", L"c.cfg")) == L"/a/b/c.cfg");
+    EXPECT_TRUE(w(getEditFilenameExt(true)) == L".qvp" && w(getEditFilenameExt(false)) == L"qvp");
 
-TEST(Paths, DirListingMatchesWildcardsInOrder) {
+    // Directory listings match wildcards and come sorted.
     const std::string dir = oletest::makeTempDir("listing");
     for (const char* name : {"b.cfg", "a.cfg", "c.txt", "ab.cfg", "notes.cfg.bak", "Z.cfg"})
         ASSERT_TRUE(oletest::writeFile(dir + "/" + name, "x"));

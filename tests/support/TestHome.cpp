@@ -3,31 +3,25 @@
 #include <ole/runtime/Log.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 #include <stdexcept>
-#include <dirent.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace oletest {
 
 static std::string makeDirFromTemplate(std::string pattern) {
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (!mkdtemp(buffer.data())) throw std::runtime_error("mkdtemp failed for " + pattern);
-    return buffer.data();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed for " + pattern);
+    return pattern;
 }
 
 const std::string& testHome() {
-    static const std::string home = [] {
-        const char* tmp = std::getenv("TMPDIR");
-        return makeDirFromTemplate(std::string(tmp && *tmp ? tmp : "/tmp") + "/ole-test-XXXXXX");
-    }();
+    static const char* tmp = std::getenv("TMPDIR");
+    static const std::string home =
+        makeDirFromTemplate(std::string(tmp && *tmp ? tmp : "/tmp") + "/ole-test-XXXXXX");
     return home;
 }
 
@@ -36,27 +30,19 @@ std::string makeTempDir(const std::string& prefix) {
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return (out << std::ifstream(path, std::ios::binary).rdbuf(), out.str());
 }
 
 bool writeFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    return bool(out);
+    return bool(std::ofstream(path, std::ios::binary | std::ios::trunc) << content);
 }
 
 std::vector<std::string> listDirectory(const std::string& dir) {
     std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (const dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.push_back(name);
-        }
-        closedir(d);
-    }
+    std::error_code missing;  // a directory that cannot be read lists nothing
+    for (const auto& entry : std::filesystem::directory_iterator(dir, missing))
+        names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -80,16 +66,11 @@ const std::string& LogCapture::text() const {
 
 bool inChildProcesses(int count, const std::function<bool(int)>& body) {
     std::vector<pid_t> children;
-    for (int i = 0; i < count; ++i) {
-        const pid_t pid = ::fork();
-        if (pid == 0) ::_exit(body(i) ? 0 : 1);
-        children.push_back(pid);
-    }
+    for (int i = 0; i < count; ++i)
+        if (children.emplace_back(::fork()) == 0) ::_exit(body(i) ? 0 : 1);
     bool all = true;
-    for (const pid_t pid : children) {
-        int status = -1;
-        all = ::waitpid(pid, &status, 0) == pid && status == 0 && all;
-    }
+    int status = -1;
+    for (const pid_t pid : children) all = ::waitpid(pid, &status, 0) == pid && status == 0 && all;
     return all;
 }
 
