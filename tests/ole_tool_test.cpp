@@ -1,6 +1,5 @@
-// Runs the built ole tool as a separate process: each command once through its main path (the arithmetic is
-// the library tests' job), and one table of the exit statuses of bad input and bad usage. JSON output is
-// read with nlohmann::json, so a fault in the tool's own writer cannot hide.
+// Runs the built ole tool as a process: each command once through its options (arithmetic is the library
+// tests' job), and tables of exit statuses. nlohmann::json reads the JSON, so the tool's writer cannot hide.
 
 #include "support/TestHome.h"
 
@@ -27,11 +26,6 @@ using Args = std::vector<std::string>;
 struct Result {
     int status = -1;
     std::string out, err;
-    json parsed() const {
-        json j = json::parse(out, nullptr, false);
-        EXPECT_FALSE(j.is_discarded()) << "not JSON:\n" << out;
-        return j;
-    }
 };
 
 std::string quoted(const std::string& text) {
@@ -42,16 +36,12 @@ std::string quoted(const std::string& text) {
 
 // Runs a shell command in `home`, with $QUORVANE_HOME pointing there and the tool as $OLE.
 Result sh(const std::string& command, const std::string& home) {
-    Result r;
-    const std::string dir = oletest::makeTempDir("run");
-    const int status = std::system(("cd " + quoted(home) + " && QUORVANE_HOME=" + quoted(home) +
-                                    " OLE=" + quoted(OLE_TOOL_PATH) + " sh -c " + quoted(command) + " >" +
-                                    quoted(dir + "/out") + " 2>" + quoted(dir + "/err"))
-                                       .c_str());
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = oletest::readFile(dir + "/out");
-    r.err = oletest::readFile(dir + "/err");
-    return r;
+    const std::string dir = oletest::makeTempDir("run"), out = dir + "/out", err = dir + "/err";
+    const std::string line = "cd " + quoted(home) + " && QUORVANE_HOME=" + quoted(home) +
+                             " OLE=" + quoted(OLE_TOOL_PATH) + " sh -c " + quoted(command) + " >" +
+                             quoted(out) + " 2>" + quoted(err);
+    const int status = std::system(line.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, oletest::readFile(out), oletest::readFile(err)};
 }
 
 Result ole(const Args& args, const std::string& home = oletest::makeTempDir("home")) {
@@ -61,10 +51,12 @@ Result ole(const Args& args, const std::string& home = oletest::makeTempDir("hom
 }
 json oleJson(Args args, const std::string& home = oletest::makeTempDir("home")) {
     args.push_back("--json");
-    return ole(args, home).parsed();
+    const std::string out = ole(args, home).out;
+    json j = json::parse(out, nullptr, false);
+    EXPECT_FALSE(j.is_discarded()) << "not JSON:\n" << out;
+    return j;
 }
 
-// Checks every key of the JSON object `subset` against the same key of `j`.
 void expectHas(const json& j, const char* subset) {
     const json wanted = json::parse(subset);
     for (const auto& [key, value] : wanted.items())
@@ -81,63 +73,38 @@ protected:
 TEST_F(OleTool, Timecode) {
     expectHas(oleJson({"timecode", "--rate", "25", "--seconds", "3723.5"}),
               R"({"timecode": "01:02:03.12", "frames": 93087, "seconds": 3723.48})");  // the frame's start
-    // Drop frame, with the label taken from the separator alone.
     EXPECT_EQ(ole({"timecode", "-r", "30M", "--drop", "--frames", "1800", "--to", "timecode"}).out,
               "00:01:00;02\n");
-    EXPECT_EQ(ole({"timecode", "-r", "29.97 fps", "--tc", "01:00:00;00", "--to", "frames"}).out, "107892\n");
-    // Negative times are non-drop; the formatting flags go by number or by name.
-    EXPECT_EQ(ole({"timecode", "-r", "25", "--seconds=-1.5", "--to", "timecode"}).out, "-00:00:01.12\n");
-    EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "0", "--to", "timecode"}).out, "1:02.00\n");
     EXPECT_EQ(ole({"timecode", "-r", "25", "-s", "62", "--flags", "hours+seconds", "--to", "timecode"}).out,
               "00:01:02.00\n");
-    // Real numbers print in their shortest exact form.
     EXPECT_EQ(ole({"timecode", "-r", "25", "-f", "90000", "--to", "seconds"}).out, "3600\n");
-    EXPECT_NE(ole({"timecode", "-r", "24M", "-f", "1", "--json"}).out.find("\"seconds\": 0.041708,"),
-              std::string::npos);
-    // Through pulldown: at 30 fps four film frames take five video frames.
-    expectHas(oleJson({"timecode", "-r", "30", "-f", "4", "--pulldown"}),
+    expectHas(oleJson({"timecode", "-r", "30", "-f", "4", "--pulldown", "--phase", "0"}),
               R"({"video_frames": 5, "timecode": "00:00:00.05"})");
-    EXPECT_EQ(oleJson({"timecode", "-r", "30", "-t", "00:00:00.04", "--pulldown", "--phase", "0"})["frames"],
-              3);
 }
 
 TEST_F(OleTool, FootageAndPulldown) {
-    const json gauges = oleJson({"footage", "--frames", "17"})["gauges"];
-    ASSERT_EQ(gauges.size(), 4u);
-    std::map<std::string, std::string> footage;
-    for (const json& g : gauges) footage[g["edl"]] = g["footage"];
-    EXPECT_EQ(footage["F35"] + " " + footage["F16"] + " " + footage["F353"], "1.01 0.17 0.17");
+    EXPECT_EQ(oleJson({"footage", "--frames", "17"})["gauges"].size(), 4u);
     EXPECT_EQ(oleJson({"footage", "-g", "16", "-f", "485", "--zero-pad"})["footage"], "0012.05");
     // 3-perf feet hold 21 or 22 frames; footage text reads back to the same frame count.
     const json there = oleJson({"footage", "-g", "F353", "-f", "43"});
     expectHas(oleJson({"footage", "-g", "f353", "--feet", there["footage"]}),
               R"({"frames": 43, "perfs": 129})");
-    EXPECT_EQ(oleJson({"footage", "-g", "35mm", "--perfs", "68"})["frames"], 17);
 
     EXPECT_NE(ole({"pulldown", "add", "4", "-r", "30"}).out.find("\nvideo frames  5\n"), std::string::npos);
     const std::string video =
         oleJson({"pulldown", "add", "47", "-r", "60M", "--phase", "3"})["video_frames"].dump();
     EXPECT_EQ(oleJson({"pulldown", "remove", video, "-r", "60M", "--phase", "3"})["film_frames"], 47);
-    EXPECT_EQ(oleJson({"pulldown", "remove", "4", "-r", "30"})["film_frames"], 3);
 }
 
 TEST_F(OleTool, RatesAndFormats) {
-    const json rates = oleJson({"rates"});
-    ASSERT_EQ(rates.size(), 47u);
-    for (const json& r : rates)  // every persistable string names its own rate again
-        EXPECT_EQ(oleJson({"rates", r["persistable"]})["value"], r["value"]) << r["persistable"];
-    expectHas(
-        oleJson({"rates", "30M"}),
-        R"({"ticks": 30, "drop_frame_timecode": true, "project_rate": "30", "pulldown_video_cycle": 5})");
-    EXPECT_TRUE(oleJson({"rates", "24F"})["fps"].is_null());
+    EXPECT_EQ(oleJson({"rates"}).size(), 47u);
+    expectHas(oleJson({"rates", "30M"}), R"({"drop_frame_timecode": true, "pulldown_video_cycle": 5})");
     EXPECT_EQ(oleJson({"rates", "--project"}).size(), 6u);
     EXPECT_EQ(oleJson({"rates", "--group", "decimated"}).size(), 20u);
 
-    const json formats = oleJson({"formats"});
-    ASSERT_EQ(formats.size(), 32u);
+    EXPECT_EQ(oleJson({"formats"}).size(), 32u);
     const json last = oleJson({"formats", "31"});  // a format's persistable string finds its row again
     EXPECT_EQ(oleJson({"formats", last["persistable"]})["index"], 31);
-    EXPECT_EQ(last["interlaced"], false);
     std::vector<int> pal;
     for (const json& f : oleJson({"formats", "--project-rate", "25"})) pal.push_back(f["index"]);
     EXPECT_EQ(pal, (std::vector<int>{0, 1, 6, 12, 17, 29}));
@@ -148,7 +115,6 @@ TEST_F(OleTool, CookiesAndIdStamps) {
     const std::string counter = home + "/data/Quorvane/Projects/cookie.num";
     const Result first = ole({"cookie", "new", "--type", "P", "--count", "3"}, home);
     ASSERT_EQ(first.status, 0) << first.err;
-    EXPECT_EQ(first.err.find("WARNING"), std::string::npos) << first.err;
     EXPECT_EQ(oletest::readFile(counter), "4");
     const std::string text = oleJson({"cookie", "new"}, home)["cookies"][0];
     EXPECT_EQ(oletest::readFile(counter), "5");
@@ -162,10 +128,6 @@ TEST_F(OleTool, CookiesAndIdStamps) {
 
     expectHas(oleJson({"cookie", "show", "P00B002S"}),
               R"({"machine": 5, "serial": 100, "builtin_effect": null})");
-    expectHas(oleJson({"cookie", "show", "VZ0Z2001"}),
-              R"({"builtin_effect": "wipe", "wipe_type": 1, "wipe_direction": 1})");
-    // A lower-case cookie reads, but is not well-formed.
-    expectHas(oleJson({"cookie", "show", "p00B002S"}), R"({"canonical": "P00B002S", "well_formed": false})");
     const Result check = ole({"cookie", "check", "P00B002S", "p00B002S"});
     EXPECT_EQ(check.status, 1);
     EXPECT_EQ(check.out, "P00B002S: well-formed\n");
@@ -188,10 +150,7 @@ TEST_F(OleTool, ConfigEditsKeepTheFilesForm) {
         oletest::writeFile(path,
                            "{\r\n  # picture\r\n    Height:int   576  \r\n  Title Evening news: late\r\n\r\n"
                            "  Scale:double 1.50000000\r\n}\r\n"));
-    const json shown = oleJson({"config", "show", path});
-    ASSERT_EQ(shown["entries"].size(), 3u);
-    EXPECT_EQ(shown["entries"][1]["value"], "Evening news: late");
-    EXPECT_EQ(shown["entries"][2]["type"], "double");
+    EXPECT_EQ(oleJson({"config", "show", path})["entries"][2]["type"], "double");
     EXPECT_EQ(ole({"config", "get", path, "HEIGHT"}).out, "576\n");
     EXPECT_EQ(ole({"config", "set", path, "height", "720", "--type", "int"}).out, "Height:int 720\n");
     for (Args set : {Args{"Width", "1920", "int"}, {"Gamma", "2.2", "double"}, {"Id", "P00B002S", "cookie"}})
@@ -267,19 +226,16 @@ TEST_F(OleTool, HelpOnEveryCommand) {
 
 TEST_F(OleTool, CommandsAndMacros) {
     const std::string commands = ole({"commands", "--json"}).out;
-    for (const char* piece : {"\"name\": \"Nudge Left\"", "\"keys\": \"Ctrl+Left\"",
-                              "\"name\": \"toggle_debug_notify\"", "\"display_name\": \"Mark In\""})
+    for (const char* piece : {"\"keys\": \"Ctrl+Left\"", "\"display_name\": \"Mark In\""})
         EXPECT_NE(commands.find(piece), std::string::npos) << piece;
 
     const std::string dir = oletest::makeTempDir("macro"), trim = dir + "/trim.QvMacro";
     ASSERT_TRUE(oletest::writeFile(
         trim, "Name=Trim\nDescription=Trim both ends\nCommands=mark in,Nudge Left(3),Bogus,Stop(0)\n"));
-    ASSERT_TRUE(oletest::writeFile(dir + "/ok.QvMacro", "NAME=Ok\nCOMMANDS=Play,Stop\n"));
     const Result r = ole({"macro", "run", trim});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "> MacroStart\n> Mark In\n> Nudge Left\n> Nudge Left\n> Nudge Left\n> MacroEnd\n");
     EXPECT_NE(r.err.find("Couldn't find 'Bogus'"), std::string::npos) << r.err;
-    EXPECT_EQ(ole({"macro", "check", dir + "/ok.QvMacro"}).status, 0);
     const Result check = ole({"macro", "check", trim});
     EXPECT_EQ(check.status, 1);
     EXPECT_NE(check.err.find("unknown command 'Bogus'"), std::string::npos) << check.err;
@@ -288,9 +244,8 @@ TEST_F(OleTool, CommandsAndMacros) {
     EXPECT_EQ(shown["steps"][1], (json{{"command", "Nudge Left"}, {"count", 3}}));
 }
 
-// Bad input exits 1 with nothing on standard output and one "ole: " line naming the fault, and leaves every
-// file as it was; bad usage exits 2. An argument "@name" names a file in a scratch folder, and "<text" a new
-// file there that holds the text.
+// Bad input exits 1 with no output and one "ole: " line naming the fault, leaving files as they were; bad
+// usage exits 2. An argument "@name" names a file in a scratch folder, "<text" a new file there holding text.
 TEST_F(OleTool, ExitStatuses) {
     const std::string dir = oletest::makeTempDir("inputs");
     std::map<std::string, std::string> files{{dir + "/ok.cfg", "{\n  Height:int 576\n}\n"}};
@@ -369,16 +324,37 @@ TEST_F(OleTool, ExitStatuses) {
         {{"prefs", "import", "<[Other]\nB=2\n"}, 1, "has no [EditorPreferences] section"},
         {{"prefs", "import", "@missing.txt"}, 1, "No such file or directory"},
         {{"macro", "show", "@none.QvMacro"}, 1, ""},
+        {{"formats", "4|0|1|-1920|1080|8|2|3|25fps"}, 1, "has a width of -1920"},
+        {{"formats", "4|0|9|1920|1080|8|2|3|25fps"}, 1, "has an unknown scan mode 9"},
+        {{"formats", "4|0|1|1920|1080|8|9|3|25fps"}, 1, "has an unknown aspect code 9"},
+        {{"formats", "4|0|1|0|0|8|2|3|25fps"}, 1, "has a width of 0"},
+        {{"cookie", "check", "A00-1D153E8D-61E0-4AB7-A921-7729CD364C42"}, 1, "does not start with a type"},
+        {{"config", "set", "/nonexistent/f.cfg", "Z", "1", "--create"},
+         1,
+         "'/nonexistent/f.cfg': No such file"},
+        {{"prefs", "import", "<[EditorPreferences]\n A=1\n"}, 1, "may not start or end"},
+        {{"prefs", "import", std::string("<[EditorPreferences]\nA=1\0002\n", 27)}, 1, "NUL byte"},
+        {{"rates", ""}, 2, "rate: the value is empty"},
+        {{"formats", ""}, 2, "format: the value is empty"},
+        {{"formats", "--project-rate", ""}, 2, "--project-rate: the value is empty"},
+        {{"rates", "--group", ""}, 2, "--group: the value is empty"},
+        {{"footage", "--gauge", "", "--frames", "1"}, 2, "--gauge: the value is empty"},
+        {{"cookie", "new", "--type", "S", "--version", ""}, 2, "--version: the value is empty"},
+        {{"config", "set", "f.cfg", "Z", "1", "--type", ""}, 2, "--type: the value is empty"},
+        {{"timecode", "--rate", "25", "--seconds", ""}, 2, "--seconds"},
+        {{"footage", "--frames", ""}, 2, "--frames"},
+        {{"nosuch"}, 2, "unknown command 'nosuch'"},
+        {{"cookie", "nosuch"}, 2, "unknown command 'cookie nosuch'"},
         {{"timecode", "-r", "25"}, 2, ""},
         {{"timecode", "-r", "25", "-s", "1", "-f", "1"}, 2, ""},
         {{"timecode", "-r", "25", "-s", "1", "--bogus"}, 2, ""},
-        {{"nosuchcommand"}, 2, ""},
         {{}, 2, ""},
     };
     ASSERT_EQ(sh("mkfifo " + quoted(dir + "/fifo"), home).status, 0);
     for (const auto& c : cases) {
         Args args = c.args;
         for (auto& a : args) {
+            if (a.empty()) continue;
             const std::string path = dir + "/in" + std::to_string(files.size());
             if (a[0] == '<' && oletest::writeFile(path, files[path] = a.substr(1))) a = path;
             if (a[0] == '@') a = dir + "/" + a.substr(1);
@@ -386,8 +362,8 @@ TEST_F(OleTool, ExitStatuses) {
         const Result r = ole(args, home);
         const bool oneLine =
             r.err.rfind("ole: ", 0) == 0 && std::count(r.err.begin(), r.err.end(), '\n') == 1;
-        EXPECT_TRUE(r.status == c.status && (c.status != 1 || (r.out.empty() && oneLine &&
-                                                               r.err.find(c.message) != std::string::npos)))
+        EXPECT_TRUE(r.status == c.status && r.err.find(c.message) != std::string::npos &&
+                    (c.status != 1 || (r.out.empty() && oneLine)))
             << testing::PrintToString(c.args) << " exited " << r.status << "\nout: " << r.out
             << "err: " << r.err << "(looked for: " << c.message << ")";
     }
@@ -395,8 +371,7 @@ TEST_F(OleTool, ExitStatuses) {
     EXPECT_EQ(oletest::readFile(home + "/config/Quorvane/user.cfg"), userCfg);
 }
 
-// A counter the tool cannot keep and a settings file that is a directory are refused; then many processes
-// change one file at once and no change is lost or doubled.
+// Files the tool cannot keep are refused; many processes changing one file at once lose or double nothing.
 TEST_F(OleTool, RefusesWhatItCannotKeepAndLosesNothingUnderContention) {
     const std::string home = oletest::makeTempDir("toolfiles");
     ASSERT_EQ(sh("mkdir -p data/Quorvane/Projects/cookie.num config/Quorvane/user.cfg", home).status, 0);
@@ -405,56 +380,20 @@ TEST_F(OleTool, RefusesWhatItCannotKeepAndLosesNothingUnderContention) {
                                 "ln -s /dev/full data/Quorvane/Projects/cookie.num && \"$OLE\" cookie new",
                                 "\"$OLE\" prefs list", "\"$OLE\" prefs set A 1"}) {
         const Result r = sh(command, home);
-        EXPECT_EQ(r.status, 1) << command;
-        EXPECT_EQ(r.out, "") << command;
+        EXPECT_TRUE(r.status == 1 && r.out.empty()) << command << "\n" << r.out;
     }
     ASSERT_EQ(sh("rmdir config/Quorvane/user.cfg && printf '{\\n}\\n' >record.cfg", home).status, 0);
-    ASSERT_EQ(sh("for i in $(seq 20); do \"$OLE\" prefs set P$i $i & \"$OLE\" config set record.cfg e$i $i & "
-                 "done; wait",
-                 home)
-                  .status,
-              0);
+    const char* both =
+        "for i in $(seq 20); do \"$OLE\" prefs set P$i $i & \"$OLE\" config set record.cfg e$i $i & done";
+    ASSERT_EQ(sh(std::string(both) + "; wait", home).status, 0);
+    for (const auto& [command, message] :
+         {std::pair{"cookie new >/dev/full", "No space left on device; the cookies made were "},
+          {"rates >&-", "ole: cannot write to standard output"}}) {
+        const Result r = sh(std::string("\"$OLE\" ") + command, oletest::makeTempDir("output"));
+        EXPECT_TRUE(r.status == 1 && r.err.find(message) != std::string::npos) << command << "\n" << r.err;
+    }
     EXPECT_EQ(sh("\"$OLE\" prefs list --json | grep -c '\"P[0-9]'", home).out, "20\n");
     EXPECT_EQ(sh("\"$OLE\" config show record.cfg --json | grep -c '\"e[0-9]'", home).out, "20\n");
-}
-
-// Output that cannot be written, empty option values, unknown commands and values outside a format's domain.
-TEST_F(OleTool, FailuresNameTheFault) {
-    const struct {
-        const char* command;  // as the shell reads it; "$OLE" is the tool
-        int status;
-        const char* message;  // a piece of standard error
-    } rows[] = {
-        {"cookie new >/dev/full", 1, "No space left on device; the cookies made were "},
-        {"rates >&-", 1, "ole: cannot write to standard output"},
-        {"rates ''", 2, "rate: the value is empty"},
-        {"formats ''", 2, "format: the value is empty"},
-        {"formats --project-rate ''", 2, "--project-rate: the value is empty"},
-        {"rates --group ''", 2, "--group: the value is empty"},
-        {"footage --gauge '' --frames 1", 2, "--gauge: the value is empty"},
-        {"cookie new --type S --version ''", 2, "--version: the value is empty"},
-        {"config set f.cfg Z 1 --type ''", 2, "--type: the value is empty"},
-        {"timecode --rate 25 --seconds ''", 2, "--seconds"},
-        {"footage --frames ''", 2, "--frames"},
-        {"nosuch", 2, "unknown command 'nosuch'"},
-        {"cookie nosuch", 2, "unknown command 'cookie nosuch'"},
-        {"config set /nonexistent/f.cfg Z 1 --create", 1, "'/nonexistent/f.cfg': No such file"},
-        {"formats '4|0|1|-1920|1080|8|2|3|25fps'", 1, "has a width of -1920"},
-        {"formats '4|0|9|1920|1080|8|2|3|25fps'", 1, "has an unknown scan mode 9"},
-        {"formats '4|0|1|1920|1080|8|9|3|25fps'", 1, "has an unknown aspect code 9"},
-        {"formats '4|0|1|0|0|8|2|3|25fps'", 1, "has a width of 0"},
-        {"cookie check A00-1D153E8D-61E0-4AB7-A921-7729CD364C42", 1, "does not start with a type"},
-        {"printf '[EditorPreferences]\\n A=1\\n' >p.txt; \"$OLE\" prefs import p.txt", 1,
-         "may not start or end"},
-        {"printf '[EditorPreferences]\\nA=1\\0002\\n' >p.txt; \"$OLE\" prefs import p.txt", 1, "NUL byte"},
-    };
-    for (const auto& row : rows) {
-        const std::string command = row.command;
-        const Result r = sh(command.find("$OLE") == std::string::npos ? "\"$OLE\" " + command : command,
-                            oletest::makeTempDir("failures"));
-        EXPECT_EQ(r.status, row.status) << command << "\n" << r.err;
-        EXPECT_NE(r.err.find(row.message), std::string::npos) << command << "\n" << r.err;
-    }
 }
 
 }  // namespace
