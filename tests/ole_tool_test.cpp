@@ -115,6 +115,7 @@ TEST_F(OleTool, CookiesAndIdStamps) {
     const std::string counter = home + "/data/Quorvane/Projects/cookie.num";
     const Result first = ole({"cookie", "new", "--type", "P", "--count", "3"}, home);
     ASSERT_EQ(first.status, 0) << first.err;
+    EXPECT_EQ(first.err.find("WARNING"), std::string::npos) << first.err;
     EXPECT_EQ(oletest::readFile(counter), "4");
     const std::string text = oleJson({"cookie", "new"}, home)["cookies"][0];
     EXPECT_EQ(oletest::readFile(counter), "5");
@@ -136,9 +137,8 @@ TEST_F(OleTool, CookiesAndIdStamps) {
     EXPECT_EQ(oleJson({"cookie", "check", "G00-E9D99A1F-73D2-43D3-B417-825F6B9CF8AF"})[0]["well_formed"],
               true);
 
-    const json made = oleJson({"idstamp", "new", "-n", "2"}, home);
-    ASSERT_EQ(made["idstamps"].size(), 2u);
-    EXPECT_NE(made["idstamps"][0], made["idstamps"][1]);
+    const json made = oleJson({"idstamp", "new", "-n", "2"}, home)["idstamps"];
+    EXPECT_TRUE(made.size() == 2 && made[0] != made[1]) << made;
     expectHas(oleJson({"idstamp", "show", "0000002A0123ABCD1F"}),
               R"({"machine": 42, "time_bits": 19114957, "tick": 31, "created": "1996-01-28T17:01:01Z"})");
 }
@@ -229,7 +229,7 @@ TEST_F(OleTool, CommandsAndMacros) {
     for (const char* piece : {"\"keys\": \"Ctrl+Left\"", "\"display_name\": \"Mark In\""})
         EXPECT_NE(commands.find(piece), std::string::npos) << piece;
 
-    const std::string dir = oletest::makeTempDir("macro"), trim = dir + "/trim.QvMacro";
+    const std::string trim = oletest::makeTempDir("macro") + "/trim.QvMacro";
     ASSERT_TRUE(oletest::writeFile(
         trim, "Name=Trim\nDescription=Trim both ends\nCommands=mark in,Nudge Left(3),Bogus,Stop(0)\n"));
     const Result r = ole({"macro", "run", trim});
