@@ -26,7 +26,7 @@ struct CookieJarTest : ::testing::Test {
     const std::string path_ = oletest::makeTempDir("jar") + "/cookie.num";
 };
 
-TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrap) {
+TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrapBadArgumentsTakeNoNumber) {
     for (const char* content : {"", "0", "1679616", "-5", "abc"}) {
         oletest::writeFile(path_, content);
         oletest::LogCapture log;
@@ -65,9 +65,7 @@ TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrap) {
     quiet.cookieNum();
     quiet.flush();
     EXPECT_EQ(counter(), "8");  // claimed a block, then gave back its unused end
-}
 
-TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
     oletest::writeFile(path_, "10");
     ASSERT_TRUE(UserConfig().setValue(RegistryConfig::kDefaultSection, "Normal Exit", true));
     {
@@ -76,16 +74,16 @@ TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
         EXPECT_FALSE(log.contains("previous run exited incorrectly") ||
                      UserConfig().getValue(RegistryConfig::kDefaultSection, "Normal Exit", true));
     }
-    oletest::LogCapture log;
-    CookieJar jar(path());
-    EXPECT_TRUE(log.contains("previous run exited incorrectly\n") &&
-                !jar.makeCookie('I', Cookie::eSerial, 0).valid());
+    oletest::LogCapture restart;
+    CookieJar again(path());
+    EXPECT_TRUE(restart.contains("previous run exited incorrectly\n") &&
+                !again.makeCookie('I', Cookie::eSerial, 0).valid());
     const std::string out = oletest::stdoutOf([&] {  // 'Q' would never become valid
-        EXPECT_FALSE(jar.makeCookie('Q', Cookie::eSerial, 0).valid() ||
-                     jar.makeCookie('S', Cookie::eSerial, 40).valid());
+        EXPECT_FALSE(again.makeCookie('Q', Cookie::eSerial, 0).valid() ||
+                     again.makeCookie('S', Cookie::eSerial, 40).valid());
     });
     EXPECT_NE(out.find("assertion failed makeCookie type and version at "), std::string::npos);
-    EXPECT_EQ(jar.cookieNum(), 10u);  // nothing consumed
+    EXPECT_EQ(again.cookieNum(), 10u);  // nothing consumed
 }
 
 // Numbers still come from a counter that cannot be kept, but not safely, and what is in its place stays.
