@@ -20,15 +20,13 @@
 namespace {
 
 // A jar on its own counter file in a fresh directory.
-class CookieJarTest : public ::testing::Test {
-protected:
-    void SetUp() override { path_ = oletest::makeTempDir("jar") + "/cookie.num"; }
+struct CookieJarTest : ::testing::Test {
     LightweightString<wchar_t> path() const { return fromUTF8(path_.c_str()); }
     std::string counter() const { return oletest::readFile(path_); }
-    std::string path_;
+    const std::string path_ = oletest::makeTempDir("jar") + "/cookie.num";
 };
 
-TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrap) {
+TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrapBadArgumentsTakeNoNumber) {
     for (const char* content : {"", "0", "1679616", "-5", "abc"}) {
         oletest::writeFile(path_, content);
         oletest::LogCapture log;
@@ -61,16 +59,13 @@ TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrap) {
     // Flushing writes only after serial numbers were taken.
     oletest::writeFile(path_, "7\n");  // a rewrite would drop the line end
     CookieJar quiet(path());
-    quiet.flush();
     EXPECT_TRUE(quiet.makeCookie('P', Cookie::eUUID, 3).isUUID());
     quiet.flush();
     EXPECT_EQ(counter(), "7\n");
     quiet.cookieNum();
     quiet.flush();
     EXPECT_EQ(counter(), "8");  // claimed a block, then gave back its unused end
-}
 
-TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
     oletest::writeFile(path_, "10");
     ASSERT_TRUE(UserConfig().setValue(RegistryConfig::kDefaultSection, "Normal Exit", true));
     {
@@ -79,16 +74,16 @@ TEST_F(CookieJarTest, StartUpAndImpossibleArguments) {
         EXPECT_FALSE(log.contains("previous run exited incorrectly") ||
                      UserConfig().getValue(RegistryConfig::kDefaultSection, "Normal Exit", true));
     }
-    oletest::LogCapture log;
-    CookieJar jar(path());
-    EXPECT_TRUE(log.contains("previous run exited incorrectly\n") &&
-                !jar.makeCookie('I', Cookie::eSerial, 0).valid());
+    oletest::LogCapture restart;
+    CookieJar again(path());
+    EXPECT_TRUE(restart.contains("previous run exited incorrectly\n") &&
+                !again.makeCookie('I', Cookie::eSerial, 0).valid());
     const std::string out = oletest::stdoutOf([&] {  // 'Q' would never become valid
-        EXPECT_FALSE(jar.makeCookie('Q', Cookie::eSerial, 0).valid() ||
-                     jar.makeCookie('S', Cookie::eSerial, 40).valid());
+        EXPECT_FALSE(again.makeCookie('Q', Cookie::eSerial, 0).valid() ||
+                     again.makeCookie('S', Cookie::eSerial, 40).valid());
     });
     EXPECT_NE(out.find("assertion failed makeCookie type and version at "), std::string::npos);
-    EXPECT_EQ(jar.cookieNum(), 10u);  // nothing consumed
+    EXPECT_EQ(again.cookieNum(), 10u);  // nothing consumed
 }
 
 // Numbers still come from a counter that cannot be kept, but not safely, and what is in its place stays.
@@ -122,19 +117,17 @@ TEST_F(CookieJarTest, CounterThatCannotBeKeptIsReportedAndLeftAlone) {
     EXPECT_EQ(oletest::readFile(path), "2");
 }
 
-// Starts cookie_child rooted in `home`, in `home` as its working directory (so no machine.num there).
+// Starts cookie_child rooted and working in `home` (so no machine.num there).
 FILE* startChild(const std::string& home, const std::string& args) {
-    const std::string command =
-        "cd '" + home + "' && QUORVANE_HOME='" + home + "' exec " OLE_COOKIE_CHILD " " + args;
-    return ::popen((command + " 2>stderr.txt").c_str(), "r");
+    const std::string run = "cd '" + home + "' && QUORVANE_HOME='" + home + "' exec " OLE_COOKIE_CHILD " ";
+    return ::popen((run + args + " 2>stderr.txt").c_str(), "r");
 }
 
-// The next "<tag> <number>" line of the child; false at the end of its output.
+// Reads the child's next "<tag> <number>" line; false at the end of its output.
 bool next(FILE* child, char& tag, unsigned& number) {
     return std::fscanf(child, " %c %u", &tag, &number) == 2;
 }
 
-// Every number a child prints, once it has ended successfully.
 std::vector<unsigned> numbersOf(FILE* child, std::vector<unsigned> numbers = {}) {
     char tag;
     for (unsigned number; next(child, tag, number);) numbers.push_back(number);
@@ -142,7 +135,7 @@ std::vector<unsigned> numbersOf(FILE* child, std::vector<unsigned> numbers = {})
     return numbers;
 }
 
-TEST(CookieJarProcess, NumberingContinuesAcrossRunsAndTwoProcessesNeverShareANumber) {
+TEST(CookieJarProcess, NumbersContinueAcrossRunsAreNeverSharedAndSurviveKillsDuringFlush) {
     const std::string home = oletest::makeTempDir("runs");
     EXPECT_EQ(numbersOf(startChild(home, "run 3")), (std::vector<unsigned>{1, 2, 3}));
     EXPECT_NE(oletest::readFile(home + "/stderr.txt").find("UNABLE TO FIND"), std::string::npos);
@@ -154,24 +147,22 @@ TEST(CookieJarProcess, NumberingContinuesAcrossRunsAndTwoProcessesNeverShareANum
     std::sort(numbers.begin(), numbers.end());
     EXPECT_EQ(numbers.front(), 4u) << "the first run flushed its counter at exit";
     EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end()), numbers.end()) << "a number given twice";
-}
 
-// Kills a child that flushes in a loop at random moments: the counter file must always hold a usable
-// number, and no run may hand out a number at or below one an earlier run had flushed.
-TEST(CookieJarProcess, KillDuringFlushNeverLeavesABadCounter) {
-    const std::string home = oletest::makeTempDir("kills"),
-                      file = home + "/data/Quorvane/Projects/cookie.num";
+    // A child flushing in a loop is killed at random moments: the counter must always hold a usable
+    // number, and no run may hand out a number at or below one an earlier run had flushed.
+    const std::string killed = oletest::makeTempDir("kills"),
+                      file = killed + "/data/Quorvane/Projects/cookie.num";
     const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     unsigned highestFlushed = 0;  // the largest number handed out before a completed flush, any run
     for (int run = 0; run < 40; ++run) {
         const std::string before = oletest::readFile(file);
-        FILE* child = startChild(home, "loop");
+        FILE* child = startChild(killed, "loop");
         char tag = 0;
-        unsigned pid = 0, first = 0, number = 0;
-        ASSERT_TRUE(next(child, tag, pid) && tag == 'I' && next(child, tag, first) && tag == 'S');
-        EXPECT_TRUE(run == 0 || (std::to_string(first) == before && first > highestFlushed)) << "run " << run;
+        unsigned pid = 0, opening = 0, number = 0;
+        ASSERT_TRUE(next(child, tag, pid) && tag == 'I' && next(child, tag, opening) && tag == 'S');
+        EXPECT_TRUE(run == 0 || (std::to_string(opening) == before && opening > highestFlushed))
+            << "run " << run << " seed " << seed;
         ASSERT_TRUE(next(child, tag, number) && tag == 'F');
         ::usleep(useconds_t(random() % 3000));
         ::kill(pid_t(pid), SIGKILL);
