@@ -81,9 +81,8 @@ TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
     const std::string bytes = packed(makeCircle());
     // One chunk per layer, base first: name, revision, own data size, size of everything after the header.
     const std::string expected = std::string("Streamable\0\2\0", 13) + le<uint32_t>(13) + le<uint32_t>(64) +
-                                 std::string("Shape.Circle\0", 13) +  //
-                                 std::string("Shape\0\1\1", 8) + le<uint32_t>(4) + le<uint32_t>(35) +
-                                 le<int32_t>(1) +  //
+                                 std::string("Shape.Circle\0", 13) + std::string("Shape\0\1\1", 8) +
+                                 le<uint32_t>(4) + le<uint32_t>(35) + le<int32_t>(1) +
                                  std::string("Circle\0\3\2", 9) + le<uint32_t>(14) + le<uint32_t>(14) +
                                  le(2.5) + std::string("wheel\0", 6);
     EXPECT_EQ(bytes, expected);
