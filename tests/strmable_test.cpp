@@ -10,17 +10,14 @@
 #include <tuple>
 #include <vector>
 
-using oletest::Blob;
-using oletest::Circle;
-using oletest::Shape;
-using oletest::Square;
+using namespace oletest;
 
 namespace {
 
-// A reader of Circle's layer written by another revision of the class: it takes `extra` reads more
-// (or fewer, when negative) than the writer wrote.
+// Reads Circle's layer as another revision would: `extra` reads more (fewer when negative) than written.
 class CircleReader : public StreamableClass<CircleReader, Shape> {
 public:
+    explicit CircleReader(int e = 0) : extra(e) {}
     static constexpr const char* kLayerName = "Circle";
     int pack(PStream&) const { return STRM_OK; }
     int unpack(PStream& s) {
@@ -49,8 +46,8 @@ std::string packed(const Streamable& object) {
     EXPECT_EQ(object.STRM_hierarchyPack(s), STRM_OK);
     return bytesOf(f);
 }
-// Unpacks `object` from `bytes`: the result and the stream's messages.
-std::pair<int, std::string> unpack(Streamable& object, const std::string& bytes) {
+using Result = std::pair<int, std::string>;
+Result unpack(Streamable& object, const std::string& bytes) {
     StreamFile f(bytes.data(), bytes.size());
     PStream s(&f);
     const int rc = object.STRM_hierarchyUnpack(s);
@@ -72,8 +69,8 @@ TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
     narrow.write(s), narrow2.write(s), wide.write(s), wide2.write(s);
     EXPECT_EQ(bytesOf(f), std::string("\xFE\xFF\xFF\x00\xFE\xFF\xFF\xFF\x70\x11\x01\x00", 12));
     f.seek(0);
-    const std::vector<unsigned> read = {narrow.read(s), narrow.read(s), wide.read(s), wide.read(s)};
-    EXPECT_EQ(read, (std::vector<unsigned>{254, 255, 65534, 70000}));
+    EXPECT_EQ((std::vector<unsigned>{narrow.read(s), narrow.read(s), wide.read(s), wide.read(s)}),
+              (std::vector<unsigned>{254, 255, 65534, 70000}));
 
     StreamFile cut("\xFF\x01", 2);  // the escape and half a word
     PStream t(&cut);
@@ -81,59 +78,48 @@ TEST(DynamicIntegralStorage, SmallValuesTakeTheSmallWidthOthersTheEscape) {
 }
 
 TEST(Streamable, ThreeLayersPackAsNestedChunksAndUnpackBack) {
-    StreamFile f;
-    PStream s(&f);
-    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
-
+    const std::string bytes = packed(makeCircle());
     // One chunk per layer, base first: name, revision, own data size, size of everything after the header.
     const std::string expected = std::string("Streamable\0\2\0", 13) + le<uint32_t>(13) + le<uint32_t>(64) +
-                                 std::string("Shape.Circle\0", 13) +  //
-                                 std::string("Shape\0\1\1", 8) + le<uint32_t>(4) + le<uint32_t>(35) +
-                                 le<int32_t>(1) +  //
+                                 std::string("Shape.Circle\0", 13) + std::string("Shape\0\1\1", 8) +
+                                 le<uint32_t>(4) + le<uint32_t>(35) + le<int32_t>(1) +
                                  std::string("Circle\0\3\2", 9) + le<uint32_t>(14) + le<uint32_t>(14) +
                                  le(2.5) + std::string("wheel\0", 6);
-    EXPECT_EQ(bytesOf(f), expected);
+    EXPECT_EQ(bytes, expected);
 
-    f.seek(0);
+    StreamFile f(bytes.data(), bytes.size());
+    PStream s(&f);
     Circle copy;
-    EXPECT_EQ(copy.STRM_hierarchyUnpack(s), STRM_OK);
-    EXPECT_EQ(std::make_tuple(copy.sides, copy.radius, copy.seenMajor, copy.seenMinor),
-              std::make_tuple(1, 2.5, 1, 1));
-    EXPECT_EQ(copy.label, LightweightString<char>("wheel"));
-    EXPECT_TRUE(f.atEnd() && s.messages().empty());
+    EXPECT_TRUE(copy.STRM_hierarchyUnpack(s) == STRM_OK && f.atEnd() && s.messages().empty());
+    EXPECT_EQ(std::make_tuple(copy.sides, copy.radius, copy.seenMajor, copy.seenMinor, copy.label),
+              std::make_tuple(1, 2.5, 1, 1, LightweightString<char>("wheel")));
 
     EXPECT_EQ(std::string(copy.hierarchyName().c_str()) + " " + copy.hierarchyName(false, true).c_str() +
-                  " " + copy.hierarchyName(true, false).c_str(),
-              "Streamable.Shape.Circle Shape.Circle Streamable.Shape");
-    EXPECT_STREQ(copy.layerName(), "Circle");
+                  " " + copy.hierarchyName(true, false).c_str() + " " + copy.layerName(),
+              "Streamable.Shape.Circle Shape.Circle Streamable.Shape Circle");
 }
 
 TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
     StreamFile f;
     PStream s(&f);
-    ASSERT_EQ(makeCircle().STRM_hierarchyPack(s), STRM_OK);
     Square after;
     after.side = 4;
-    ASSERT_EQ(after.STRM_hierarchyPack(s), STRM_OK);
+    ASSERT_TRUE(makeCircle().STRM_hierarchyPack(s) == STRM_OK && after.STRM_hierarchyPack(s) == STRM_OK);
 
     f.seek(0);
-    CircleReader less;
-    less.extra = -1;
+    CircleReader less(-1), more(1);
     EXPECT_TRUE(less.STRM_hierarchyUnpack(s) == STRM_OK && less.radius == 2.5);
     EXPECT_STREQ(s.messages().c_str(),
                  "Warning: Not all object data was read while unpacking object Circle, layer Circle v3.2, "
                  "6/14 bytes unread.\n");
-    // Skipping left the stream at the next object.
     after.side = 0;
-    EXPECT_TRUE(after.STRM_hierarchyUnpack(s) == STRM_OK && after.side == 4.0f);
+    EXPECT_TRUE(after.STRM_hierarchyUnpack(s) == STRM_OK && after.side == 4.0f);  // skipped to the next one
 
     f.seek(0), s.messages().clear();
-    less.extra = 1;
-    EXPECT_EQ(less.STRM_hierarchyUnpack(s), STRM_FAILED);
+    EXPECT_TRUE(more.STRM_hierarchyUnpack(s) == STRM_FAILED && s.error() != 0);
     EXPECT_STREQ(s.messages().c_str(),
                  "Error: Unpacker read beyond end of chunk while unpacking object Circle, layer Circle v3.2, "
                  "8 bytes overread.\n");
-    EXPECT_NE(s.error(), 0);
 
     s.messages().clear();
     EXPECT_EQ(after.STRM_hierarchyUnpack(s), STRM_FAILED);
@@ -142,31 +128,26 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
 
 TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
     const std::string good = packed(makeCircle());
-    using Result = std::pair<int, std::string>;
+    std::string badRevision = good, badName = good;
+    badRevision[11] = 7;                          // a base layer of an unknown revision
+    badName[good.find("Circle\0", 40, 7)] = 'K';  // a derived layer under another name
     Square square;
+    Circle c;
     EXPECT_EQ(unpack(square, good),
               Result(STRM_FAILED, "Expected hierarchy Streamable.Shape.Square, got Streamable.Shape.Circle"));
-    std::string bad = good;
-    bad[11] = 7;  // a base layer of an unknown revision
-    Circle c;
-    EXPECT_EQ(unpack(c, bad), Result(STRM_FAILED, "Unrecognized version for Streamable base"));
-    bad = good;
-    bad[good.find("Circle\0", 40, 7)] = 'K';  // a derived layer under another name
+    EXPECT_EQ(unpack(c, badRevision), Result(STRM_FAILED, "Unrecognized version for Streamable base"));
     EXPECT_EQ(
-        unpack(c, bad),
+        unpack(c, badName),
         Result(STRM_FAILED, "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle"));
-
-    // Every truncation fails cleanly with a message.
-    for (std::size_t n = 0; n < good.size(); ++n) {
-        Circle into;
-        const Result got = unpack(into, good.substr(0, n));
+    for (std::size_t n = 0; n < good.size(); ++n) {  // every truncation fails cleanly with a message
+        const Result got = unpack(c, good.substr(0, n));
         EXPECT_TRUE(got.first == STRM_FAILED && !got.second.empty()) << n;
     }
     EXPECT_EQ(unpack(c, good.substr(0, 40)).second,
               "Unexpected end-of-file while unpacking Circle, layer Streamable");
 }
 
-// Old streams: the marker, variable-width revisions and the total size before the own size.
+// Old streams: a marker, variable-width revisions and the total size before the own size.
 TEST(Streamable, OldFormatStreamsAreRead) {
     StreamFile f;
     PStream w(&f);
@@ -189,33 +170,29 @@ TEST(Streamable, OldFormatStreamsAreRead) {
     PStream r(&f);
     EXPECT_TRUE(r.readStreamMarker() && r.streamVersion() == PStream::kStrm10Version);
     const StreamObjectInfo info = theSOManager().objectInfo(r);
-    ASSERT_TRUE(info.valid);
-    EXPECT_TRUE(info.hierarchyName == "Shape.Circle" && info.className == "Circle");
-    EXPECT_EQ(info.size, f.size() - PStream::kStrm10MarkerSize);
+    EXPECT_TRUE(info.valid && info.hierarchyName == "Shape.Circle" && info.className == "Circle" &&
+                info.size == f.size() - PStream::kStrm10MarkerSize);
     PStream nothing;  // no header: no object and no size
     const StreamObjectInfo none = theSOManager().objectInfo(nothing);
     EXPECT_TRUE(!none.valid && none.size == 0u);
 
     Circle c;
-    EXPECT_TRUE(c.STRM_hierarchyUnpack(r) == STRM_OK && c.label == "rim");
-    EXPECT_EQ(std::make_pair(c.sides, c.radius), std::make_pair(9, 0.5));
+    EXPECT_TRUE(c.STRM_hierarchyUnpack(r) == STRM_OK && c.label == "rim" && c.sides == 9 && c.radius == 0.5);
     EXPECT_NE(std::string(r.messages().c_str()).find("2/14 bytes unread"), std::string::npos);
 
-    // A revision that does not fit a byte.
     f.clear(), f.write(PStream::kStrm10Marker, PStream::kStrm10MarkerSize);
-    header("Streamable", 300, 0, 0, 0);
+    header("Streamable", 300, 0, 0, 0);  // a revision that does not fit a byte
     f.seek(0);
     PStream o(&f);
-    o.readStreamMarker();
-    EXPECT_EQ(c.STRM_hierarchyUnpack(o), STRM_FAILED);
+    EXPECT_TRUE(o.readStreamMarker() && c.STRM_hierarchyUnpack(o) == STRM_FAILED);
     EXPECT_STREQ(o.messages().c_str(), " Strm1.0 Object has oversized major rev (Streamable). ");
 }
 
 TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     StreamObjectManager& m = theSOManager();
-    const std::vector<int> added = {m.registerClass<Circle>(), m.registerClass<Circle>(),
-                                    m.registerClass<Square>()};
-    EXPECT_EQ(added, (std::vector<int>{1, 0, 1}));
+    EXPECT_EQ(
+        (std::vector<int>{m.registerClass<Circle>(), m.registerClass<Circle>(), m.registerClass<Square>()}),
+        (std::vector<int>{1, 0, 1}));
     StreamClassRecord record;
     EXPECT_TRUE(m.lookup("Circle", record) == 0 && record.hierarchyName == "Shape.Circle");
     EXPECT_TRUE(m.lookup("Shape.Square", record) == 0 && record.className == "Square");
@@ -225,40 +202,33 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     PStream s(&f);
     Square sq;
     sq.side = 3;
-    // Shape itself is not registered.
     makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s), sq.STRM_hierarchyPack(s);
 
-    f.seek(0);
+    f.seek(0);  // the Shape in the middle is not registered
     Qv::Ptr<Streamable> first = m.readObject(s);
-    ASSERT_NE(first, nullptr);
-    ASSERT_STREQ(first->shortLayerName(), "Circle");
+    ASSERT_TRUE(first && std::strcmp(first->shortLayerName(), "Circle") == 0);
     EXPECT_EQ(static_cast<Circle*>(first.get())->label, LightweightString<char>("wheel"));
     EXPECT_TRUE(m.readObject(s) == nullptr && s.error() == 0);
     Qv::Ptr<Streamable> third = m.readObject(s);
-    ASSERT_NE(third, nullptr);
-    EXPECT_TRUE(static_cast<Square*>(third.get())->side == 3.0f && f.atEnd());
+    EXPECT_TRUE(third && static_cast<Square*>(third.get())->side == 3.0f && f.atEnd());
 
-    EXPECT_EQ(m.readObject(s), nullptr);
-    EXPECT_NE(
-        std::string(s.messages().c_str()).find("StreamObjectManager::readObject(): Failed to read header!\n"),
-        std::string::npos);
+    EXPECT_TRUE(
+        m.readObject(s) == nullptr &&
+        std::strstr(s.messages().c_str(), "StreamObjectManager::readObject(): Failed to read header!\n"));
 
     f.seek(0), s.clearError();
     Circle target;
-    EXPECT_EQ(m.readObjectAs(s, target), STRM_OK);
-    EXPECT_EQ(target.radius, 2.5);
+    EXPECT_TRUE(m.readObjectAs(s, target) == STRM_OK && target.radius == 2.5);
 
-    EXPECT_EQ((std::vector<int>{m.unregisterClass("Circle"), m.unregisterClass("Circle")}),
-              (std::vector<int>{1, 0}));
-    EXPECT_EQ(m.lookup("Shape.Circle", record), -1);
-    EXPECT_EQ(m.unregisterClass("Square"), 1);
+    EXPECT_EQ((std::vector<int>{m.unregisterClass("Circle"), m.unregisterClass("Circle"),
+                                m.lookup("Shape.Circle", record), m.unregisterClass("Square")}),
+              (std::vector<int>{1, 0, -1, 1}));
 }
 
 TEST(Streamable, ChunkAsBinaryAndAssign) {
     Blob out, in;
     out.block = Qv::Ptr<iMemHolder>(new MemHolder("\x01\x02\x03", 3));
-    ASSERT_EQ(unpack(in, packed(out)).first, STRM_OK);
-    ASSERT_NE(in.block, nullptr);
+    ASSERT_TRUE(unpack(in, packed(out)).first == STRM_OK && in.block != nullptr);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(in.block->data()), in.block->size()), "\x01\x02\x03");
 
     EXPECT_EQ(oletest::stdoutOf([&] { in.assign(out); }),
