@@ -68,7 +68,7 @@ TYPED_TEST(PtrTest, CopiesShareOneCountAndTheLastReleaseDestroysOnce) {
     {
         P a(object);
         EXPECT_EQ(wordsOf(a), Words(a.countPtr(), object)) << "count pointer first, object second";
-        EXPECT_TRUE(std::is_same_v<TypeParam, Qv::InternalRefCountTraits>
+        EXPECT_TRUE((std::is_same_v<TypeParam, Qv::InternalRefCountTraits>)
                         ? a.countPtr() == object->refCountPtr()
                         : object->refCount() == 0);
         P b(a), c = b;
