@@ -104,8 +104,7 @@ TYPED_TEST(StringTest, WritesAndResizesCopyOnlyAChangedSharedBlock) {
 
     b[0] = TypeParam('j');
     EXPECT_EQ(this->str(b) + this->str(a), this->lit("jellohello"));
-    EXPECT_TRUE(a.c_str() == block && a.refCount() == 1 && b.capacity() == 8u)
-        << "b's copy is a power of two";
+    EXPECT_TRUE(a.c_str() == block && a.refCount() == 1 && b.capacity() == 8u);  // b's copy: a power of two
 
     const TypeParam* own = b.c_str();
     b[1] = b[4];  // unshared: in place
