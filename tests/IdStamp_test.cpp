@@ -29,10 +29,7 @@ std::vector<unsigned> words(const IdStamp& s) {
 TEST(IdStampMaking, StampsOfOneSecondCountUpFromZero) {
     const IdStamp start;  // wait for a new second, so that the stamps below are its first ones
     IdStamp first = start;
-    while (first.timeBits() == start.timeBits()) {
-        OS()->threads()->sleep(2);
-        first = IdStamp();
-    }
+    for (; first.timeBits() == start.timeBits(); first = IdStamp()) OS()->threads()->sleep(2);
     const IdStamp second, third;
     if (third.timeBits() != first.timeBits()) GTEST_SKIP() << "the clock moved on between two stamps";
     EXPECT_EQ(words(second), (std::vector<unsigned>{first.machineNum(), first.timeBits(), 1}));
@@ -45,19 +42,16 @@ TEST(IdStampMaking, ThreadsMakingStampsTogetherGetDistinctOnes) {
     std::vector<std::vector<IdStamp>> made(4);
     std::vector<std::thread> threads;
     for (std::vector<IdStamp>& stamps : made)
-        threads.emplace_back([&stamps] {
-            for (int i = 0; i < 20000; ++i) stamps.push_back(IdStamp());
-        });
+        threads.emplace_back([&stamps] { stamps = std::vector<IdStamp>(20000); });  // each one a new stamp
     for (std::thread& t : threads) t.join();
     std::set<IdStamp> all;
     for (const std::vector<IdStamp>& stamps : made) all.insert(stamps.begin(), stamps.end());
     EXPECT_EQ(all.size(), 80000u);
 }
 
-TEST(IdStampText, PrintsAndParsesTheThreeWords) {
-    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0)), "0000002A0123ABCD0");
+TEST(IdStampText, PrintsParsesAndOrdersTheThreeWords) {
+    EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0)) + text(IdStamp(0x2A, 0, 5)), "0000002A0123ABCD0");
     EXPECT_EQ(text(IdStamp(0x2A, 0x0123ABCD, 0x100)), "0000002A0123ABCD100");
-    EXPECT_EQ(text(IdStamp(0x2A, 0, 5)), "");  // time 0: not a valid stamp
     const IdStamp made;
     EXPECT_EQ(IdStamp(made.asString().c_str()), made);
 
@@ -78,22 +72,18 @@ TEST(IdStampText, PrintsAndParsesTheThreeWords) {
         {"0000002A0123ABCDZ", "17 to 24"},     {"0000002A00000000F", "time is zero"}};
     for (const auto& [text, refusal] : strict) {
         const Parsed<IdStamp> parsed = IdStamp::parse(text);
-        EXPECT_EQ(parsed.ok(), refusal == nullptr) << text;
-        EXPECT_TRUE(!refusal || parsed.refusal.find(refusal) != std::string::npos) << parsed.refusal;
+        EXPECT_TRUE(refusal ? parsed.refusal.find(refusal) != std::string::npos : parsed.ok()) << text;
         EXPECT_EQ(parsed.value == IdStamp(text), refusal == nullptr) << text;
     }
-}
 
-TEST(IdStampCompare, MachineThenTimeThenTickAndMagicBits) {
     const IdStamp a(1, 100, 5), b(1, 100, 6), c(1, 101, 0), d(2, 1, 0);
     const std::set<IdStamp> sorted = {d, c, b, a, IdStamp(1, 100, 5)};
     EXPECT_EQ(std::vector<IdStamp>(sorted.begin(), sorted.end()), (std::vector<IdStamp>{a, b, c, d}));
 
     IdStamp s(1, 2, 5);
     s.setMagicType(IdStampMagic::MagicType(1));
-    EXPECT_EQ(s.tickWord(), 0x04000005u);
-    EXPECT_TRUE(s.isMagic() && s.tickCount() == 0x04000005u);  // the count includes the magic bits 26..29
-    s.setMagicType(IdStampMagic::MagicType(2));                // bits 26..29 of the old type stay
+    EXPECT_TRUE(s.isMagic() && s.tickWord() == 0x04000005u && s.tickCount() == 0x04000005u);  // with 26..29
+    s.setMagicType(IdStampMagic::MagicType(2));  // bits 26..29 of the old type stay
     EXPECT_EQ(s.getMagicType(), 3u);
     s.setMagicType(IdStampMagic::MagicType(48));  // bits 30 and 31 are replaced
     EXPECT_EQ(s.tickWord(), 0xCC000005u);
@@ -102,11 +92,10 @@ TEST(IdStampCompare, MachineThenTimeThenTickAndMagicBits) {
 
 TEST(IdStampStream, PackAndUnpack) {
     PStream out;
-    // The invalid stamp writes only the terminator.
     for (const IdStamp& s : {IdStamp(0x2A, 0x0123ABCD, 0x1F), IdStamp(), IdStamp(0x2A, 0, 0)}) s.pack(out);
     const std::string bytes(reinterpret_cast<const char*>(out.file()->data()), out.file()->size());
     EXPECT_EQ(bytes.substr(0, 19), std::string("0000002A0123ABCD1F") + '\0');
-    EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string(2, '\0'));
+    EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string(2, '\0'));  // invalid: the terminator only
     out.seek(0);
     IdStamp read(9, 9, 9);
     read.unpack(out, 2);
@@ -126,7 +115,6 @@ TEST(IdStampStream, PackAndUnpack) {
     EXPECT_EQ(read.tickWord(), 0x4000000u);  // kept as read
     EXPECT_TRUE(log.contains("WARNING: Encountered Rev.1 IdStamp with out-of-range tickBits value.\n"));
     old.seek(38);
-    oletest::LogCapture quiet;
-    read.unpack(in, 2);
-    EXPECT_FALSE(quiet.contains("WARNING"));
+    read.unpack(in, 2);  // not a version 1 stamp: no second warning
+    EXPECT_EQ(log.text().find("WARNING"), log.text().rfind("WARNING"));
 }

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cwchar>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,14 +19,8 @@ using oletest::stdoutOf;
 namespace {
 
 // What each type's rows share: display name, size, aspect (of the 16:9 row for SD), scan mode, identifier.
-struct TypeFacts {
-    const wchar_t* name;
-    unsigned width, height;
-    int aspect, scan;
-    unsigned id;
-};
 // clang-format off
-const TypeFacts kTypes[] = {
+const std::tuple<const wchar_t*, unsigned, unsigned, int, int, unsigned> kTypes[] = {
     {L"PAL", 720, 576, 2, 1, 3},              {L"NTSC", 720, 486, 2, 2, 15},
     {L"720p", 1280, 720, 2, 3, 27},           {L"1080i", 1920, 1080, 2, 1, 28},
     {L"1080p", 1920, 1080, 2, 3, 28},         {L"1080p (sf)", 1920, 1080, 2, 4, 28},
@@ -52,39 +46,30 @@ TEST(OutputFormats, EveryRowItsPersistableStringAndAssertionLines) {
         const Details& d = getFormat(i);
         ASSERT_TRUE(&d == getSupportedFormats() + i && d.type() == kRowTypes[i]);
         EXPECT_EQ(d.frameRate(), kRowRates[i]);
-        const TypeFacts& t = kTypes[d.type() - 1];
-        EXPECT_TRUE(getDisplayString(d.type()) == t.name);
-        EXPECT_TRUE(d.width() == t.width && d.height() == t.height && d.bitsPerComponent() == 8);
-        EXPECT_TRUE(d.scanMode() == t.scan && d.videoFormat() == t.id);
-        // SD rows are labelled by their aspect; the others by their rate, which the label must match.
-        if (isSD(d.type())) {
-            EXPECT_TRUE(d.label() == (i % 2 ? L"16:9" : L"4:3"));
-            EXPECT_EQ(d.aspect(), i % 2 ? 2 : 1);
-        } else {
-            EXPECT_EQ(d.aspect(), t.aspect);
-            EXPECT_TRUE(endsWith(d.label(), L"fps"));
-            EXPECT_NEAR(std::wcstod(d.label().c_str(), nullptr), getFramesPerSecond(d.frameRate()), 0.005);
-        }
-        // Text -> format -> text.
+        const auto& [name, width, height, aspect, scan, id] = kTypes[d.type() - 1];
+        EXPECT_TRUE(getDisplayString(d.type()) == name);
+        EXPECT_TRUE(d.width() == width && d.height() == height && d.bitsPerComponent() == 8);
+        EXPECT_TRUE(d.scanMode() == scan && d.videoFormat() == id);
+        EXPECT_EQ(stdoutOf([&] { EXPECT_EQ(d.isInterlaced(), i <= 3 || (i >= 12 && i <= 14)); }), "");
         const Details back(d.getPersistableString());
         EXPECT_TRUE(back == d && back.getPersistableString() == d.getPersistableString());
+        // SD rows are labelled by their aspect; the others by their rate, which the label must match.
+        EXPECT_EQ(d.aspect(), isSD(d.type()) ? (i % 2 ? 2 : 1) : aspect);
+        if (isSD(d.type())) {
+            EXPECT_TRUE(d.label() == (i % 2 ? L"16:9" : L"4:3"));
+            continue;
+        }
+        EXPECT_TRUE(endsWith(d.label(), L"fps"));
+        EXPECT_NEAR(std::wcstod(d.label().c_str(), nullptr), getFramesPerSecond(d.frameRate()), 0.005);
     }
-    // The uneven labels are kept.
     EXPECT_TRUE(getFormat(9).label() == L"60.0fps" && getFormat(11).label() == L"30.0fps");
-    EXPECT_TRUE(getFormat(14).label() == L"30fps" && getFormat(31).label() == L"30fps");
+    EXPECT_TRUE(getFormat(14).label() == L"30fps" && getFormat(31).label() == L"30fps");  // kept as given
     EXPECT_STREQ(getFormat(0).getPersistableString().c_str(), "1|0|1|720|576|8|1|3|4:3");
     EXPECT_TRUE(getDisplayString(FourKDCI185) == L"4k DCI 1.85:1" && getDisplayString(Type(16)).empty());
 
-    const Details* got = nullptr;
-    EXPECT_EQ(stdoutOf([&] { got = &getFormat(32); }),
+    EXPECT_EQ(stdoutOf([] { EXPECT_EQ(&getFormat(32), &getFormat(0)); }),
               "assertion failed false at ole/misc/outputformat line 489\n");
-    EXPECT_EQ(got, &getFormat(0));
 
-    EXPECT_EQ(stdoutOf([] {
-                  for (unsigned i = 0; i < 32; ++i)
-                      EXPECT_EQ(getFormat(i).isInterlaced(), i <= 3 || (i >= 12 && i <= 14));
-              }),
-              "");
     const Details interlaced720(SevenTwentyP, L"x", 1280, 720, 8, Image::Aspect16x9, FR50,
                                 Image::InterlacedUpperFirst, 27);
     EXPECT_EQ(stdoutOf([&] { EXPECT_TRUE(interlaced720.isInterlaced()); }),
@@ -127,8 +112,7 @@ TEST(OutputFormats, TextFormsStrictReadingAndAllowedRows) {
     }
     EXPECT_TRUE(Details::parse("4|0|1|1920|1080|8|2|3|25fps").value == getFormat(12));
 
-    // Allowed rows for each project rate.
-    using V = std::vector<unsigned>;
+    using V = std::vector<unsigned>;  // allowed rows per project rate
     EXPECT_EQ(allowedFor(FR24), (V{4, 5, 15, 16, 23, 24, 25, 26, 27, 28}));
     EXPECT_EQ(allowedFor(FR25), (V{0, 1, 6, 12, 17, 29}));
     EXPECT_EQ(allowedFor(FR30), (V{2, 3, 10, 11, 13, 14, 18, 19, 30, 31}));

@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <tuple>
@@ -39,8 +38,7 @@ std::string record(int frame, short rate, short drop) {
 }  // namespace
 
 TEST(TimecodeText, EveryFlagCombination) {
-    // Index = flags. Leading zero fields are left out unless their bit asks for them; once one field is
-    // printed, the rest follow with two digits; frames alone need bit 8.
+    // Index = flags: leading zero fields show only when their bit asks; frames alone need bit 8.
     const char* minute[4] = {"1:02.01", "00:01:02.01", "01:02.01", "00:01:02.01"};  // by bits 1 and 2
     const char* seconds[8] = {"3.01",  "00:00:03.01", "00:03.01", "00:00:03.01",
                               "03.01", "00:00:03.01", "00:03.01", "00:00:03.01"};  // by bits 1, 2 and 4
@@ -76,7 +74,6 @@ TEST(TimecodeText, EveryFlagCombination) {
 
 TEST(TimecodeText, DropFrameBoundaries) {
     const std::pair<int, const char*> cases[] = {
-        // frames counted from 0
         {1799, "00:00:59;29"},   {1800, "00:01:00;02"},   {1827, "00:01:00;29"},   {1828, "00:01:01;00"},
         {3598, "00:02:00;02"},   {17981, "00:09:59;29"},  {17982, "00:10:00;00"},  {19782, "00:11:00;02"},
         {107891, "00:59:59;29"}, {107892, "01:00:00;00"}, {109692, "01:01:00;02"}, {2589407, "23:59:59;29"}};
@@ -85,21 +82,17 @@ TEST(TimecodeText, DropFrameBoundaries) {
         EXPECT_NEAR(string_to_tc(label, FR30M, true) * kNtsc, frame, 1e-6) << label;
         EXPECT_EQ(record(frame + 1, 30, 1), label);
     }
-    // Labels that do not exist are not refused: they run into the minute before.
-    EXPECT_NEAR(string_to_tc("00:01:00;00", FR30M, true) * kNtsc, 1798, 1e-6);
+    EXPECT_NEAR(string_to_tc("00:01:00;00", FR30M, true) * kNtsc, 1798, 1e-6);  // missing labels run back
     const tc_addr missing{0, 1, 0, 1, 1};
     EXPECT_EQ(tc_to_frames(&missing, 30, 1), 1800);
-    // Drop frame is the 29.97 scheme whatever the rate says.
-    EXPECT_EQ(text(60.0, FR30, true), "00:01:00;02");
+    EXPECT_EQ(text(60.0, FR30, true), "00:01:00;02");  // drop frame is 29.97 whatever the rate
 }
 
 TEST(TimecodeText, ParsingIsLoose) {
     EXPECT_DOUBLE_EQ(string_to_tc("-00:01:02.05", FR25, false), -62.2);
     // The negative form is always read without dropped labels, and says so on the debug output.
-    EXPECT_NE(oletest::stderrOf([] {
-                  EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6);
-              }).find("string_to_tc: error negative timecode\n"),
-              std::string::npos);
+    auto negative = [] { EXPECT_NEAR(string_to_tc("-00:01:00;02", FR30M, true) * kNtsc, -1802, 1e-6); };
+    EXPECT_NE(oletest::stderrOf(negative).find("string_to_tc: error negative timecode\n"), std::string::npos);
     for (const char* same : {"01:00:00:00", "01:00:00;00", "01:00:00x00", " 01:00:00 00", "+1: 0: 0. 0"})
         EXPECT_DOUBLE_EQ(string_to_tc(same, FR25, false), 3600.0) << same;
     EXPECT_DOUBLE_EQ(string_to_tc("00:00:01.30", FR25, false), 2.2);  // fields are not range-checked
@@ -129,15 +122,12 @@ TEST(TimecodeRecord, WrapClampAndRoundTrip) {
     frames_to_tc(1234, &tc, 0, 1);
     EXPECT_TRUE(tcode_compare(tc, tc_addr{0, 0, 0, 0, 0}));
     const tc_addr hour{1, 0, 0, 0, 0};
-    // Drop frame ignores the rate.
     EXPECT_TRUE(tc_to_frames(&hour, 24, 0) == 86401 && tc_to_frames(&hour, 24, 1) == 107893);
 
-    // Equality of all five fields, the drop flag included.
     const tc_addr a{1, 2, 3, 4, 0};
     for (tc_addr b : {tc_addr{9, 2, 3, 4, 0}, tc_addr{1, 9, 3, 4, 0}, tc_addr{1, 2, 9, 4, 0},
                       tc_addr{1, 2, 3, 9, 0}, tc_addr{1, 2, 3, 4, 1}})
         EXPECT_FALSE(tcode_compare(a, b) || tcode_compare(b, a));
-    EXPECT_TRUE(tcode_compare(a, tc_addr{1, 2, 3, 4, 0}));
     EXPECT_TRUE(frames_to_tc(-1, FR25, 0, 0) == 1e99 && tc_to_frames(-1e99, FR25, 1, 0) == -1);  // unset time
     EXPECT_DOUBLE_EQ(frames_to_tc(-25, FR25, 0, 0), -(25 + 0.001) / 25 + 1e-6);
     EXPECT_DOUBLE_EQ(frames_to_tc(4, FR30, 1, 0), (5 + 0.001) / 30 + 1e-6);
@@ -151,23 +141,15 @@ TEST(TimecodeRecord, WrapClampAndRoundTrip) {
 }
 
 TEST(TimecodeSeconds, WallClockTextIsTheCLibraryForm) {
-    const char* oldTz = std::getenv("TZ");
-    const std::string saved = oldTz ? oldTz : "";
-    setenv("TZ", "UTC", 1);
-    tzset();
-    EXPECT_TRUE(timeAsString(0, true) == L"Thu Jan  1 00:00:00 1970\n");
-    EXPECT_TRUE(timeAsString(1700000000u, false) == L"Tue Nov 14 22:13");
-    for (unsigned t : {86399u, 951782400u, 4294967295u}) {
+    for (unsigned t : {0u, 86399u, 951782400u, 1700000000u, 4294967295u}) {
         const std::time_t tt = t;
-        const std::string expected = std::asctime(std::localtime(&tt));
-        EXPECT_TRUE(timeAsString(t, true) == Qv::widen(expected.c_str()));
+        const std::string full = std::asctime(std::localtime(&tt));
+        EXPECT_TRUE(timeAsString(t, true) == Qv::widen(full.c_str())) << t;
+        EXPECT_TRUE(timeAsString(t, false) == Qv::widen(full.substr(0, 16).c_str())) << t;
     }
-    oldTz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
-    tzset();
 }
 
 TEST(StrictTimecode, AcceptsTheWrittenShapesAndSaysWhyNot) {
-    // ";" alone makes the text drop frame.
     // clang-format off
     const std::tuple<const char*, FrameRate, bool, bool> accepted[] = {
         {"01:02:03.12", FR25, false, false}, {"-00:00:01.13", FR25, false, false},
