@@ -87,8 +87,7 @@ TEST(FileSystem, WriteAtomicallyReplacesContentAndLeavesNoTemporaries) {
     for (auto& writer : pool) writer.join();
     const std::string last = oletest::readFile(path);
     EXPECT_TRUE(last.size() == 1000 && last == std::string(1000, last[0])) << last.size();
-    EXPECT_EQ(oletest::listDirectory(dir),
-              (std::vector<std::string>{"settings.cfg", "taken"}));  // no temporaries
+    EXPECT_EQ(oletest::listDirectory(dir), (std::vector<std::string>{"settings.cfg", "taken"}));
 }
 
 TEST(OperatingSystem, RegistrySpecialDirectoriesAndClock) {
