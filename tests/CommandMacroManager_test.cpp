@@ -1,12 +1,12 @@
 #include <ole/misc/CommandMacroManager.h>
 #include <ole/runtime/Paths.h>
+#include <ole/runtime/Strings.h>
 
 #include "support/TestHome.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 namespace {
