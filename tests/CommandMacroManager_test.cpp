@@ -1,6 +1,4 @@
 #include <ole/misc/CommandMacroManager.h>
-#include <ole/misc/CommandMap.h>
-#include <ole/platform/OS.h>
 #include <ole/runtime/Paths.h>
 #include <ole/runtime/Strings.h>
 
@@ -9,19 +7,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 namespace {
 
 std::vector<std::string> calls;
 
-void record(const Cmd::Context& c) {
-    calls.push_back(static_cast<const char*>(c.userData_));
-}
-
 unsigned long registerRecorder(const char* name) {
-    return CommandMap::theCommandMap()->registerCommand(name, &record, const_cast<char*>(name), 0, UIString(),
+    auto record = [](const Cmd::Context& c) { calls.push_back(static_cast<const char*>(c.userData_)); };
+    return CommandMap::theCommandMap()->registerCommand(name, +record, const_cast<char*>(name), 0, UIString(),
                                                         UIString(), MapItem());
 }
 
@@ -30,30 +24,28 @@ std::string narrow(const LightweightString<wchar_t>& s) {
 }
 
 TEST(MacroElement, StepTextsWithAndWithoutCounts) {
-    // Each case is "text|name|count".
     for (std::string c : {"Play(2)|Play|2", "Play|Play|1", "Play(x)|Play(x)|1", "(2)|(2)|1",
                           "Play()|Play()|1", "A(B(3)|A(B|3", "Nudge Left(0)|Nudge Left|0", "X(007)|X|7",
                           "X(65536)|X(65536)|1", "X(-1)|X(-1)|1", "||1"}) {
         const MacroElement step(fromUTF8(c.substr(0, c.find('|')).c_str()));
         EXPECT_EQ(c.substr(c.find('|') + 1), narrow(step.name()) + "|" + std::to_string(step.repeatCount()));
-        EXPECT_FALSE(step.resolved());
-        const MacroElement back(step.asText());  // the text form reads back to the same step
-        EXPECT_TRUE(back.name() == step.name() && back.repeatCount() == step.repeatCount()) << c;
+        const MacroElement b(step.asText());  // the text form reads back to the same step
+        EXPECT_TRUE(!step.resolved() && b.name() == step.name() && b.repeatCount() == step.repeatCount())
+            << c;
     }
 }
 
 TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
     const std::string dir = oletest::makeTempDir("macro");
-    const std::string file = dir + "/Trim.QvMacro";
-    const LightweightString<wchar_t> path = fromUTF8(file.c_str());
-    CommandMacro trim;
+    const auto path = fromUTF8((dir + "/Trim.QvMacro").c_str());
+    CommandMacro trim;  // step "Ignored" goes past the end: nothing
     trim.setName(L"Trim");
     trim.setDescription(L"Trim both ends");
     trim.addCommand(MacroElement(L"Mark In", 1));
     trim.addCommand(MacroElement(L"Nudge Left", 4));
-    trim.setCommand(2, MacroElement(L"Ignored", 1));  // past the end: nothing
+    trim.setCommand(2, MacroElement(L"Ignored", 1));
     ASSERT_TRUE(trim.save(path));
-    EXPECT_EQ(oletest::readFile(file),
+    EXPECT_EQ(oletest::readFile(narrow(path)),
               "Name=Trim\nDescription=Trim both ends\nCommands=Mark In,Nudge Left(4)\n");
 
     CommandMacro back(path);
@@ -62,33 +54,27 @@ TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
     back.setRepeatCount(0, 3);
     back.setRepeatCount(9, 3);
     ASSERT_TRUE(back.save(path));
-    EXPECT_EQ(oletest::readFile(file), "Name=Trim\nCommands=Mark In(3),Nudge Left(4)\n");
+    EXPECT_EQ(oletest::readFile(narrow(path)), "Name=Trim\nCommands=Mark In(3),Nudge Left(4)\n");
 
     oletest::writeFile(dir + "/odd.QvMacro", "NAME=Foo\nnoequals\ndescription=a=b\nCOMMANDS=x(2),,y\r\n");
     CommandMacro odd(fromUTF8((dir + "/odd.QvMacro").c_str()));
-    EXPECT_EQ(narrow(odd.name()) + "|" + narrow(odd.description()), "Foo|a=b");
-    EXPECT_EQ(std::string(odd.asTextFile().text().c_str()), "Name=Foo\nDescription=a=b\nCommands=x(2),,y\n");
+    EXPECT_EQ(narrow(odd.name()) + "|" + narrow(odd.description()) + "|" + odd.asTextFile().text().c_str(),
+              "Foo|a=b|Name=Foo\nDescription=a=b\nCommands=x(2),,y\n");
 
     CommandMacro missing(fromUTF8((dir + "/none.QvMacro").c_str()));
-    EXPECT_TRUE(missing.name().empty() && missing.numCommands() == 0);
-    EXPECT_EQ(narrow(missing.path()), dir + "/none.QvMacro");
-}
-
-CommandMacro* selfPlaying = nullptr;
-void playSelf() {
-    selfPlaying->execute();
+    EXPECT_TRUE(missing.name().empty() && missing.numCommands() == 0 &&
+                narrow(missing.path()) == dir + "/none.QvMacro");
 }
 
 TEST(CommandMacro, PlaybackIsBracketedAndSkipsRecursionAndUnknownSteps) {
-    for (const char* name : {"MacroStart", "MacroEnd", "Step"}) registerRecorder(name);
-    CommandMap::theCommandMap()->registerCommand("PlaySelf", &playSelf, UIString(), UIString(),
-                                                 CommandMap::eScopeInternal, MapItem());
-    CommandMacro macro;
     KeyMappingManager::instance().console().addCommand("Rewind");  // listed as "Console:Rewind"
-    registerRecorder("Console:Rewind");
+    for (const char* name : {"MacroStart", "MacroEnd", "Step", "Console:Rewind"}) registerRecorder(name);
+    CommandMacro macro;
+    static CommandMacro* self = &macro;
+    CommandMap::theCommandMap()->registerCommand(
+        "PlaySelf", +[] { self->execute(); }, UIString(), UIString(), CommandMap::eScopeInternal, MapItem());
     for (const wchar_t* text : {L"step(2)", L"playself", L"Missing", L"Step(0)", L"STEP", L"rewind"})
         macro.addCommand(MacroElement(LightweightString<wchar_t>(text)));
-    selfPlaying = &macro;
     calls.clear();
     oletest::LogCapture log;
     macro.execute();
@@ -134,8 +120,7 @@ TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
     added.addCommand(MacroElement(L"Step", 1));
     ASSERT_TRUE(manager.addMacro(added));
     EXPECT_EQ(oletest::readFile(dir + "/a_b.QvMacro"), "Name=a/b\nCommands=Step\n");
-    ASSERT_NE(manager.findMacro(L"a/b"), nullptr);
-    EXPECT_EQ(manager.findMacro(L"A/B"), nullptr);
+    ASSERT_TRUE(manager.findMacro(L"a/b") && !manager.findMacro(L"A/B"));
 
     const int ctrlM = keyCodeFromName("Ctrl+M");
     EXPECT_TRUE(manager.bindMacroToKey(L"a/b", ctrlM));
@@ -145,18 +130,16 @@ TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
     EXPECT_TRUE(manager.tryKey(ctrlM, KeyEvent::Press) && manager.tryKey(ctrlM, KeyEvent::Release));
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "Step"), 1);
 
-    EXPECT_TRUE(manager.deleteMacro(L"a/b"));
-    EXPECT_FALSE(manager.deleteMacro(L"a/b"));  // only once
+    EXPECT_TRUE(manager.deleteMacro(L"a/b") && !manager.deleteMacro(L"a/b"));  // only once
     EXPECT_FALSE(OS()->fileSystem()->exists(fromUTF8((dir + "/a_b.QvMacro").c_str()).c_str()));
     EXPECT_EQ(CommandMap::theCommandMap()->findCommand("Macro:a/b"), CommandMap::invalidCommandId);
     EXPECT_FALSE(manager.tryKey(ctrlM, KeyEvent::Press));
     EXPECT_EQ(listener.got, (std::vector<std::string>{"added a/b", "deleted a/b"}));
 
     oletest::LogCapture log;
-    EXPECT_FALSE(manager.addMacro(CommandMacro()));
-    EXPECT_TRUE(log.contains("Failed to save macro file"));
-    EXPECT_TRUE(CommandMacroManager::makeFileName(L".x:y*") == L"_x_y_.QvMacro");
-    EXPECT_TRUE(CommandMacroManager::makeFileName(std::wstring(300, L'x').c_str()).empty());
+    EXPECT_TRUE(!manager.addMacro(CommandMacro()) && log.contains("Failed to save macro file"));
+    EXPECT_TRUE(CommandMacroManager::makeFileName(L".x:y*") == L"_x_y_.QvMacro" &&
+                CommandMacroManager::makeFileName(std::wstring(300, L'x').c_str()).empty());
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ std::vector<std::string> calls;
 void recordCall(const Cmd::Context& c) {
     calls.push_back(std::string(static_cast<const char*>(c.userData_)) + ":" + std::to_string(c.eventKind_));
 }
-void otherFunction(const Cmd::Context&) {}
+void other(const Cmd::Context&) {}
 void (*const plainA)() = [] { calls.push_back("plainA"); };
 void (*const plainB)() = [] { calls.push_back("plainB"); };
 
@@ -28,6 +28,7 @@ unsigned long addPlain(CommandMap& map, const char* name, void (*f)(), UIString 
     return map.registerCommand(name, f, display, UIString(), scope, MapItem());
 }
 
+constexpr unsigned long kNone = CommandMap::invalidCommandId;
 const char* const kAssert193 = "assertion failed it == map_.end() at ole/misc/CommandMap line 193\n";
 
 TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
@@ -35,51 +36,40 @@ TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
     char tagA[] = "A";
     const unsigned long a = add(map, "A", &recordCall, tagA);
     EXPECT_EQ(add(map, "A", &recordCall, tagA), a);
-    unsigned long other = 0;
-    EXPECT_EQ(oletest::stdoutOf([&] { other = add(map, "A", &otherFunction, nullptr); }), kAssert193);
-    EXPECT_EQ(other, CommandMap::invalidCommandId);
+    EXPECT_EQ(oletest::stdoutOf([&] { EXPECT_EQ(add(map, "A", &other, nullptr), kNone); }), kAssert193);
     EXPECT_EQ(map.getCommand(a)->commandFunction(), &recordCall);  // the first registration stays
 
-    EXPECT_TRUE(map.deregisterCommand(a));
-    EXPECT_FALSE(map.deregisterCommand(a + 100));
-    EXPECT_EQ(map.findCommand("A"), CommandMap::invalidCommandId);
+    EXPECT_TRUE(map.deregisterCommand(a) && !map.deregisterCommand(a + 100) && map.findCommand("A") == kNone);
     calls.clear();
     map.callCommand(a, Cmd::Context());  // an empty record does nothing
-    map.callCommand(CommandMap::invalidCommandId, Cmd::Context());
-    EXPECT_TRUE(calls.empty());
-    EXPECT_EQ(map.getCommand(CommandMap::invalidCommandId), nullptr);
+    map.callCommand(kNone, Cmd::Context());
+    EXPECT_TRUE(calls.empty() && !map.getCommand(kNone));
 
     const unsigned long again = add(map, "A", &recordCall, tagA);
-    EXPECT_NE(again, a);
-    EXPECT_EQ(map.findCommand("A"), again);
-    EXPECT_EQ(map.findCommand("a"), CommandMap::invalidCommandId);
+    EXPECT_TRUE(again != a && map.findCommand("A") == again && map.findCommand("a") == kNone);
     map.callCommand("A", Cmd::Context());
     EXPECT_EQ(calls, std::vector<std::string>{"A:0"});
 }
 
 TEST(CommandMap, DisplayNamesMatchWithoutCaseAndScopesSetVisibility) {
     CommandMap map;
-    const unsigned long play = addPlain(map, "play", plainA, UIString(L"PLAY"), CommandMap::eScopeUser);
-    const unsigned long blank = addPlain(map, "blank", plainB, UIString(), CommandMap::eScopeUserIfNamed);
-    const unsigned long named =
-        addPlain(map, "named", plainB, UIString(10007), CommandMap::eScopeUserIfNamed);
-    const unsigned long hidden =
-        addPlain(map, "hidden", plainB, UIString(L"Hidden"), CommandMap::eScopeInternal);
-    EXPECT_EQ(map.findCommandByDisplayName(L"Play"), play);
-    EXPECT_EQ(map.findCommandByDisplayName(LightweightString<wchar_t>()), blank);
-    EXPECT_EQ(map.findCommandByDisplayName(L"nothing"), CommandMap::invalidCommandId);
+    const auto play = addPlain(map, "play", plainA, UIString(L"PLAY"), CommandMap::eScopeUser);
+    const auto blank = addPlain(map, "blank", plainB, UIString(), CommandMap::eScopeUserIfNamed);
+    const auto named = addPlain(map, "named", plainB, UIString(10007), CommandMap::eScopeUserIfNamed);
+    const auto hidden = addPlain(map, "hidden", plainB, UIString(L"Hidden"), CommandMap::eScopeInternal);
+    EXPECT_TRUE(map.findCommandByDisplayName(L"Play") == play &&
+                map.findCommandByDisplayName(LightweightString<wchar_t>()) == blank &&
+                map.findCommandByDisplayName(L"nothing") == kNone);
     EXPECT_TRUE(map.getCommand(named)->displayName() == L"Unknown");  // through the resource table
     for (const auto& [id, bits] : {std::pair{play, 2u}, {blank, 0u}, {named, 2u}, {hidden, 0u}})
         EXPECT_EQ(map.getCommand(id)->attribs(), bits) << id;
 
-    // The same plain function under the same name is harmless; another one is refused.
-    EXPECT_EQ(addPlain(map, "play", plainA, UIString(), CommandMap::eScopeUser), play);
+    EXPECT_EQ(addPlain(map, "play", plainA, UIString(), CommandMap::eScopeUser), play);  // same one: fine
     EXPECT_EQ(oletest::stdoutOf([&] { addPlain(map, "play", plainB, UIString(), CommandMap::eScopeUser); }),
               kAssert193);
     calls.clear();
-    int mine = 0;
     Cmd::Context withCaller;
-    withCaller.callerContext_ = &mine;
+    withCaller.callerContext_ = &withCaller;
     EXPECT_EQ(oletest::stdoutOf([&] { map.callCommand(play, withCaller); }),
               "assertion failed context.callerContext_ == NULL at ole/misc/CommandMap line 155\n");
     map.callCommand("play", Cmd::Context());
@@ -90,7 +80,7 @@ TEST(CommandMap, SingletonReplacementAndTheNotifierDebugCommand) {
     CommandMap* first = CommandMap::theCommandMap();
     EXPECT_EQ(CommandMap::instance(), first);
     const unsigned long toggle = first->findCommand("toggle_debug_notify");
-    ASSERT_NE(toggle, CommandMap::invalidCommandId);
+    ASSERT_NE(toggle, kNone);
     const bool before = NotifierBase::debugMode();
     first->callCommand(toggle, Cmd::Context());
     EXPECT_NE(NotifierBase::debugMode(), before);
@@ -99,8 +89,7 @@ TEST(CommandMap, SingletonReplacementAndTheNotifierDebugCommand) {
     auto* replacement = new CommandMap;
     CommandMap::theCommandMap(replacement);
     EXPECT_EQ(CommandMap::theCommandMap(), replacement);
-    EXPECT_TRUE(NotifierBase::registerCommands());
-    EXPECT_NE(replacement->findCommand("toggle_debug_notify"), CommandMap::invalidCommandId);
+    EXPECT_TRUE(NotifierBase::registerCommands() && replacement->findCommand("toggle_debug_notify") != kNone);
 }
 
 TEST(CommandMapMMC, KeysDispatchPressesAndReleasesByAttribute) {
@@ -111,23 +100,21 @@ TEST(CommandMapMMC, KeysDispatchPressesAndReleasesByAttribute) {
     map->registerCommand("mmc.both", &recordCall, tagBoth, CommandMapRec::kPressAndRelease, UIString(L"Both"),
                          UIString(), MapItem());
     CommandMapMMC mmc;  // picks up the default binding of mmc.plain
-    EXPECT_TRUE(mmc.bindCommandToKey("mmc.both", 'B'));
-    EXPECT_TRUE(mmc.bindCommandToKey("mmc.both", KeyCode::kAlt | 'B'));
+    EXPECT_TRUE(mmc.bindCommandToKey("mmc.both", 'B') &&
+                mmc.bindCommandToKey("mmc.both", KeyCode::kAlt | 'B'));
     EXPECT_EQ(oletest::stdoutOf([&] { EXPECT_FALSE(mmc.bindCommandToKey("mmc.none", 'N')); }),
               "assertion failed cmdID != CommandMap::invalidCommandId at ole/misc/CommandMapMMC line 71\n");
 
     calls.clear();
-    EXPECT_TRUE(mmc.tryKey(f5, KeyEvent::Press));
-    EXPECT_TRUE(mmc.tryKey(f5, KeyEvent::Release));  // consumed, not called
+    EXPECT_TRUE(mmc.tryKey(f5, KeyEvent::Press) && mmc.tryKey(f5, KeyEvent::Release));  // release: not called
     for (KeyEvent::eType kind : {KeyEvent::Press, KeyEvent::Release, KeyEvent::Unknown})
         EXPECT_TRUE(mmc.tryKey('B', kind));
     EXPECT_FALSE(mmc.tryKey('Z', KeyEvent::Press));
     EXPECT_EQ(calls, (std::vector<std::string>{"plain:0", "both:1", "both:2", "both:2"}));
 
-    EXPECT_EQ(mmc.findCommandBoundToKey(f5), "mmc.plain");
-    EXPECT_EQ(mmc.findCommandBoundToKey('Z'), "");
-    EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.both") == L"B, Alt+B");
-    EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.plain") == L"Ctrl+Shift+F5");
+    EXPECT_TRUE(mmc.findCommandBoundToKey(f5) == "mmc.plain" && mmc.findCommandBoundToKey('Z').empty());
+    EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.both") == L"B, Alt+B" &&
+                mmc.getKeysAssignedToCommand("mmc.plain") == L"Ctrl+Shift+F5");
     EXPECT_TRUE(mmc.getKeysAssignedToCommand("mmc.plain", L"Console").empty());
     map->deregisterCommand(map->findCommand("mmc.plain"));  // its key is no longer consumed
     EXPECT_FALSE(mmc.tryKey(f5, KeyEvent::Press));
@@ -143,8 +130,7 @@ TEST(KeyMap, KeyNamesReadBackAndBadNamesAreNoKey) {
     for (const char* bad : {"", "F0", "F25", "F01", "Ctrl+", "Hyper+A", "Ctrl+Ctrl+A", "AB", "\x7f"})
         EXPECT_EQ(keyCodeFromName(bad), KeyCode::kNoKey) << bad;
     EXPECT_EQ(keyCodeFromName(nullptr), KeyCode::kNoKey);
-    EXPECT_EQ(keyCodeName(0), "");
-    EXPECT_EQ(keyCodeName(1 << 24 | 'A'), "");
+    for (int code : {0, 1 << 24 | 'A'}) EXPECT_EQ(keyCodeName(code), "") << code;
 }
 
 }  // namespace

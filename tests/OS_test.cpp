@@ -1,5 +1,3 @@
-// The operating-system layer: files, directories, atomic replacement, special directories, clock.
-
 #include <ole/platform/OS.h>
 
 #include "support/TestHome.h"
@@ -18,20 +16,19 @@
 
 namespace {
 
-using Names = std::vector<std::string>;
 using S = Qv::FileStatus;
 
 const Qv::FileSystem& fs = *OS()->fileSystem();
 
-// Paths in the wide form the layer takes; each use keeps its own copy alive for the full expression.
-const auto w = [](const std::string& s) { return std::wstring(s.begin(), s.end()); };
-#define W(s) w(s).c_str()
+struct W : std::wstring {  // a path in the wide form the layer takes, alive for the full expression
+    W(const std::string& s) : std::wstring(s.begin(), s.end()) {}
+    operator const wchar_t*() const { return c_str(); }
+};
 
 std::string readRest(const Qv::OSFile& file) {
-    std::string text;
     char buffer[4];  // small, so that each read continues where the last stopped
-    for (long n; (n = file.read(buffer, sizeof buffer)) > 0;) text.append(buffer, std::size_t(n));
-    return text;
+    const long n = file.read(buffer, sizeof buffer);
+    return n > 0 ? std::string(buffer, std::size_t(n)) + readRest(file) : "";
 }
 
 TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
@@ -53,26 +50,20 @@ TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
     EXPECT_TRUE(!none.isOpen() && none.read(five, 1) == -1 && none.size() == -1 && !none.write("x", 1));
     EXPECT_FALSE(fs.open(W(path + "/below/a/file"), Qv::OSFile::Write).isOpen());
 
-    // Descriptor 0 is a file like any other once standard input is closed.
-    const int savedInput = dup(0);
+    const int savedInput = dup(0);  // descriptor 0 is a file like any other once standard input is closed
     ASSERT_EQ(close(0), 0);
-    Qv::OSFile zero = fs.open(W(path), Qv::OSFile::ReadWrite);
-    const bool onZero = zero.isOpen() && zero.seek(0) && zero.sync();
-    zero.close();
-    dup2(savedInput, 0);
-    close(savedInput);
-    EXPECT_TRUE(onZero);
+    const bool onZero = fs.open(W(path), Qv::OSFile::ReadWrite).sync();  // lands on 0, closed again at once
+    EXPECT_TRUE(dup2(savedInput, 0) == 0 && close(savedInput) == 0 && onZero);
 }
 
 TEST(FileSystem, DirectoriesRenameAndRemove) {
     const std::string root = oletest::makeTempDir("dirs"), file = root + "/a/f", moved = root + "/a/b/m";
     EXPECT_TRUE(fs.createDirectory(W(root + "/a/b/c")) && fs.isDirectory(W(root + "/a/b/c")) &&
                 fs.createDirectory(W(root + "/a/b/c")));  // already there: fine
-    char* cwd = getcwd(nullptr, 0);  // a relative path, from a one-letter first component
-    ASSERT_EQ(chdir(root.c_str()), 0);
+    char cwd[4096];  // a relative path, from a one-letter first component
+    ASSERT_TRUE(getcwd(cwd, sizeof cwd) && chdir(root.c_str()) == 0);
     EXPECT_TRUE(fs.createDirectory(L"r/s") && fs.isDirectory(W(root + "/r/s")));
     EXPECT_EQ(chdir(cwd), 0);
-    std::free(cwd);
 
     ASSERT_TRUE(oletest::writeFile(file, "content"));
     EXPECT_FALSE(fs.isDirectory(W(file)) || fs.createDirectory(W(file)) ||
@@ -87,27 +78,22 @@ TEST(FileSystem, WriteAtomicallyReplacesContentAndLeavesNoTemporaries) {
     EXPECT_TRUE(fs.writeAtomically(W(path), "first version, longer", 21) &&
                 fs.writeAtomically(W(path), "second", 6) && oletest::readFile(path) == "second");
     EXPECT_FALSE(fs.writeAtomically(W(dir + "/absent/x.cfg"), "x", 1));
-    // A directory in the way: the data is written but cannot replace it, and the temporary goes.
-    EXPECT_TRUE(fs.createDirectory(W(dir + "/taken/inner")) &&
+    EXPECT_TRUE(fs.createDirectory(W(dir + "/taken/inner")) &&  // a directory in the way
                 !fs.writeAtomically(W(dir + "/taken"), "x", 1));
-    EXPECT_EQ(oletest::listDirectory(dir), (Names{"settings.cfg", "taken"}));
 
-    // Writers on several threads each leave one whole version.
-    std::vector<std::thread> writers;
-    for (int t = 0; t < 4; ++t)
-        writers.emplace_back([&, t] {
-            for (int i = 0; i < 5; ++i) fs.writeAtomically(W(path), std::string(1000, 'a' + t).data(), 1000);
-        });
-    for (auto& writer : writers) writer.join();
+    std::vector<std::thread> pool;  // concurrent writers each leave one whole version
+    for (int t = 0; t < 20; ++t)
+        pool.emplace_back([&, t] { fs.writeAtomically(W(path), std::string(1000, 'a' + t).data(), 1000); });
+    for (auto& writer : pool) writer.join();
     const std::string last = oletest::readFile(path);
     EXPECT_TRUE(last.size() == 1000 && last == std::string(1000, last[0])) << last.size();
-    EXPECT_EQ(oletest::listDirectory(dir), (Names{"settings.cfg", "taken"}));
+    EXPECT_EQ(oletest::listDirectory(dir), (std::vector<std::string>{"settings.cfg", "taken"}));
 }
 
 TEST(OperatingSystem, RegistrySpecialDirectoriesAndClock) {
     char b[64] = "untouched";
     EXPECT_FALSE(OS()->registry()->getString("SOFTWARE\\Quorvane", "InstallDir", "64", b, sizeof b));
-    const std::wstring home = w(std::getenv("QUORVANE_HOME"));
+    const std::wstring home = W(std::getenv("QUORVANE_HOME"));
     std::vector<std::wstring> seen;
     wchar_t dir[1024], small[4];
     for (int which : {Qv::kUserDataBase, Qv::kConfigBase, Qv::kMachineSettingsBase, Qv::kHomeBase}) {
@@ -149,8 +135,7 @@ TEST(FileSystem, ReplaceKeepsOwnerModeAndLinksAndRefusesReadOnlyFiles) {
 TEST(FileSystem, ReadsOnlyRegularFilesWithinTheLimit) {
     const std::string dir = oletest::makeTempDir("read"), fifo = dir + "/fifo";
     ASSERT_TRUE(::mkfifo(fifo.c_str(), 0600) == 0 && oletest::writeFile(dir + "/ten", "0123456789"));
-    std::string content = "stale";
-    // The FIFO must be refused without waiting for a writer.
+    std::string content = "stale";  // the FIFO must be refused without waiting for a writer
     const std::tuple<std::string, std::size_t, S> cases[] = {
         {"/dev/zero", 100, S::kNotRegular},  {fifo, 100, S::kNotRegular},     {dir, 100, S::kNotRegular},
         {dir + "/absent", 100, S::kMissing}, {dir + "/ten", 9, S::kTooLarge}, {dir + "/ten", 10, S::kOk}};

@@ -1,14 +1,10 @@
-// Critical sections, timed mutexes, events and named threads of the operating-system layer.
-
 #include <ole/platform/CompletionPort.h>
 #include <ole/platform/Threads.h>
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-#include <sched.h>
-
 #include <atomic>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -16,16 +12,10 @@
 
 namespace {
 
-// Waits a broken implementation would never end give up after this long, so the test fails instead of
-// hanging.
+// Bounds waits a broken implementation would never end, so the test fails instead of hanging.
 constexpr unsigned kGiveUpMs = 10000;
 
-template <class F>
-auto onOtherThread(F body) {
-    decltype(body()) result{};
-    std::thread([&] { result = body(); }).join();
-    return result;
-}
+auto spawn = [](auto body) { return std::async(std::launch::async, body); };  // its future joins the thread
 
 template <class F>
 void onThreads(int count, F body) {
@@ -39,9 +29,9 @@ TEST(Locks, CriticalSectionIsRecursiveAndExclusiveMutexTimesOut) {
     {
         Qv::CriticalSection::Lock outer(cs);
         Qv::CriticalSection::Lock inner(cs);  // the owner may enter again
-        EXPECT_FALSE(onOtherThread([&] { return cs.tryEnter(); }));
+        EXPECT_FALSE(spawn([&] { return cs.tryEnter(); }).get());
     }
-    EXPECT_TRUE(onOtherThread([&] { return cs.tryEnter() ? (cs.leave(), true) : false; }));
+    EXPECT_TRUE(spawn([&] { return cs.tryEnter() ? (cs.leave(), true) : false; }).get());
     int counter = 0;
     onThreads(4, [&] {
         for (int i = 0; i < 10000; ++i) cs.enter(), ++counter, cs.leave();
@@ -50,12 +40,10 @@ TEST(Locks, CriticalSectionIsRecursiveAndExclusiveMutexTimesOut) {
 
     Qv::Mutex mutex;
     ASSERT_TRUE(mutex.lock());
-    EXPECT_FALSE(onOtherThread([&] { return mutex.lock(20) || mutex.lock(0); }));
-    std::atomic<bool> taken{false};
-    std::thread waiter([&] { taken = mutex.lock(Qv::Mutex::kInfinite) ? (mutex.unlock(), true) : false; });
+    EXPECT_FALSE(spawn([&] { return mutex.lock(20) || mutex.lock(0); }).get());
+    auto taken = spawn([&] { return mutex.lock(Qv::Mutex::kInfinite) ? (mutex.unlock(), true) : false; });
     mutex.unlock();
-    waiter.join();
-    EXPECT_TRUE(taken);
+    EXPECT_TRUE(taken.get());
 }
 
 TEST(Event, ManualStaysSetAutomaticIsTakenByOneWaitAnyGivesTheLowestIndex) {
@@ -64,11 +52,9 @@ TEST(Event, ManualStaysSetAutomaticIsTakenByOneWaitAnyGivesTheLowestIndex) {
     manual.set();
     EXPECT_TRUE(manual.wait(0) && manual.wait(0));
     manual.reset();
-    EXPECT_FALSE(manual.isSet());
     std::atomic<int> released{0}, finished{0};
-    std::thread setter([&] { manual.set(); });
+    auto setter = spawn([&] { manual.set(); });
     onThreads(3, [&] { released += manual.wait(kGiveUpMs); });
-    setter.join();
     EXPECT_EQ(released.load(), 3) << "one set releases every waiter";
 
     EXPECT_TRUE(Qv::Event(true, true).wait(0) && autoA.wait(0) && !autoA.isSet() && !autoA.wait(0));
@@ -92,9 +78,8 @@ TEST(Event, ManualStaysSetAutomaticIsTakenByOneWaitAnyGivesTheLowestIndex) {
     EXPECT_TRUE(Qv::Event::waitForAny(events, 3, 0) == 0 && Qv::Event::waitForAny(events, 3, 0) == 0);
     manual.reset();
     EXPECT_EQ(Qv::Event::waitForAny(events, 3, kGiveUpMs), 2);
-    std::thread setterA([&] { autoA.set(); });
+    auto setterA = spawn([&] { autoA.set(); });
     EXPECT_EQ(Qv::Event::waitForAny(events, 3), 1);
-    setterA.join();
 }
 
 TEST(Thread, RunsNamedJoinsAndRestarts) {
@@ -112,9 +97,9 @@ TEST(Thread, RunsNamedJoinsAndRestarts) {
     EXPECT_TRUE(thread.running() && !thread.start("second", [] {})) << "one body at a time";
     proceed.set();
     thread.join();
-    EXPECT_FALSE(thread.running());
     EXPECT_EQ(std::string(name), "ole-worker-with");  // Linux keeps 15 characters
-    EXPECT_TRUE(CPU_EQUAL(&free, &allowed)) << "the default affinity leaves every processor";
+    EXPECT_TRUE(!thread.running() && CPU_EQUAL(&free, &allowed))
+        << "joined; default affinity allows all CPUs";
 
     // Pinned to the last processor this process may use, at a raised priority it may not get.
     int target = 0, cpu = -1, argument = 41;
@@ -147,8 +132,7 @@ TEST(CompletionPort, PostedCompletionsReachOneWaiterEachInOrder) {
         for (uint32_t i = 0; i < 3; ++i) ASSERT_TRUE(port.post(int32_t(i), i + 9, i + 7));
         for (uint32_t i = 0; i < 3; ++i)
             EXPECT_TRUE(port.wait(c, kGiveUpMs) && c.status == int(i) && c.bytes == i + 9 && c.key == i + 7);
-        // Several waiters: each quit completion ends exactly one of them.
-        std::atomic<int> ended{0};
+        std::atomic<int> ended{0};  // each quit completion ends exactly one of several waiters
         for (int t = 0; t < 3; ++t) port.post(Qv::CompletionPort::kQuit, 0, 0);
         onThreads(3, [&] {
             Qv::Completion mine;
