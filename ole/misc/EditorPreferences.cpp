@@ -17,35 +17,6 @@ const Text& section() {
     return name;
 }
 
-// Values are kept on one line of the exported section.
-Text escape(const Text& value) {
-    std::string out;
-    for (char c : value) {
-        if (c == '\\')
-            out += "\\\\";
-        else if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else
-            out += c;
-    }
-    return Text(out.c_str(), unsigned(out.size()));
-}
-
-Text unescape(const char* p, const char* end) {
-    std::string out;
-    for (; p < end; ++p) {
-        if (*p == '\\' && p + 1 < end) {
-            ++p;
-            out += *p == 'n' ? '\n' : *p == 'r' ? '\r' : *p;
-        } else {
-            out += *p;
-        }
-    }
-    return Text(out.c_str(), unsigned(out.size()));
-}
-
 bool startsSection(const Text& line) {
     const char* p = line.c_str();
     while (*p == ' ' || *p == '\t') ++p;
@@ -175,7 +146,7 @@ unsigned EditorPreferences::getPrefsFileSection(Vector<Text>& lines) {
 void EditorPreferences::exportTo(Vector<Text>& lines) const {
     const unsigned at = getPrefsFileSection(lines);
     Vector<Text> pairs;
-    for (const AVPair& pair : getAVPairs()) pairs.push_back(pair.first + "=" + escape(pair.second));
+    for (const AVPair& pair : getAVPairs()) pairs.push_back(pair.first + "=" + Qv::escapeLine(pair.second));
     lines.insert(lines.begin() + at, pairs.begin(), pairs.end());
 }
 
@@ -203,7 +174,7 @@ int EditorPreferences::importLines(const Vector<Text>& lines, unsigned from) {
         const unsigned eq = line.find('=');
         if (first == '#' || first == ';' || eq == Text::npos || eq == 0) continue;
         const Text name = line.substr(0, eq);
-        const Text value = unescape(line.c_str() + eq + 1, line.c_str() + line.size());
+        const Text value = Qv::unescapeLine(line.c_str() + eq + 1, line.c_str() + line.size());
         if (!hasPreference(name) || getPreference(name, Text()) != value) changed.push_back(name);
         pairs.emplace_back(name, value);
     }

@@ -13,35 +13,6 @@ namespace {
 
 using Text = RegistryConfig::Text;
 
-// Values are kept on one line: line breaks and backslashes are escaped in the file.
-std::string escape(const Text& value) {
-    std::string out;
-    for (char c : value) {
-        if (c == '\\')
-            out += "\\\\";
-        else if (c == '\n')
-            out += "\\n";
-        else if (c == '\r')
-            out += "\\r";
-        else
-            out += c;
-    }
-    return out;
-}
-
-Text unescape(const std::string& value) {
-    std::string out;
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        if (value[i] == '\\' && i + 1 < value.size()) {
-            const char next = value[++i];
-            out += next == 'n' ? '\n' : next == 'r' ? '\r' : next;
-        } else {
-            out += value[i];
-        }
-    }
-    return Text(out.c_str(), unsigned(out.size()));
-}
-
 Text toText(const std::string& s) {
     return Text(s.c_str(), unsigned(s.size()));
 }
@@ -78,7 +49,7 @@ void RegistryConfig::loadLocked() const {
         } else if (eq != std::string::npos) {
             line.kind = Line::kValue;
             line.name = toText(text.substr(0, eq));
-            sections_[section][line.name] = unescape(text.substr(eq + 1));
+            sections_[section][line.name] = Qv::unescapeLine(text.data() + eq + 1, text.data() + text.size());
         }
         lines_.push_back(std::move(line));
     }
@@ -106,7 +77,7 @@ bool RegistryConfig::change(Edit edit) {
 
 void RegistryConfig::putLocked(const Text& section, const Text& name, const Text& value) {
     sections_[section][name] = value;
-    const std::string text = std::string(name.c_str(), name.size()) + "=" + escape(value);
+    const std::string text = std::string(name.c_str(), name.size()) + "=" + Qv::escapeLine(value).c_str();
     // The last line of the name is the one that counts; a new name goes after the last line of its section.
     std::size_t insertAt = std::string::npos;
     for (std::size_t i = lines_.size(); i-- > 0;) {

@@ -139,4 +139,32 @@ LightweightString<wchar_t> widen(const char* text) {
     return out;
 }
 
+LightweightString<char> escapeLine(const LightweightString<char>& text) {
+    std::string out;
+    for (char c : text) {
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else
+            out += c;
+    }
+    return LightweightString<char>(out.c_str(), unsigned(out.size()));
+}
+
+LightweightString<char> unescapeLine(const char* p, const char* end) {
+    std::string out;
+    for (; p < end; ++p) {
+        if (*p == '\\' && p + 1 < end) {
+            ++p;
+            out += *p == 'n' ? '\n' : *p == 'r' ? '\r' : *p;
+        } else {
+            out += *p;
+        }
+    }
+    return LightweightString<char>(out.c_str(), unsigned(out.size()));
+}
+
 }  // namespace Qv

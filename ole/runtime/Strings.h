@@ -52,6 +52,12 @@ OLE_API int IntFromWString(const LightweightString<wchar_t>& text);
 OLE_API std::vector<LightweightString<char>> splitIf(const LightweightString<char>& text, char separator);
 /// Leading and trailing white space removed.
 OLE_API LightweightString<char> trim(const LightweightString<char>& text);
+/// The text kept on one line of a settings file: a backslash becomes `\\`, a line feed `\n` and a carriage
+/// return `\r`.
+OLE_API LightweightString<char> escapeLine(const LightweightString<char>& text);
+/// Undoes escapeLine on the characters from `begin` to `end`; a backslash before any other character
+/// stands for that character, and a lone backslash at the end is kept.
+OLE_API LightweightString<char> unescapeLine(const char* begin, const char* end);
 /// ASCII widening of a narrow text (bytes above 127 kept as their values).
 OLE_API LightweightString<wchar_t> widen(const char* text);
 
