@@ -251,6 +251,32 @@ TEST(Pool, FourThreadsNeverShareABlockAndEveryBlockComesBack) {
     EXPECT_EQ(&QvLokiSingleton<QvPoolOf<Node>>::instance(), &pool);
 }
 
+TEST(Pool, ThreadCachesReuseBlocksAndHandThemBackWhenTheThreadEnds) {
+    struct Node : QvPooledObject<Node> {
+        long value[2];
+    };
+    const Qv::BlockPool& pool = Node::pool();
+    std::thread([&] {
+        Node* first = new Node;
+        delete first;
+        Node* again = new Node;
+        EXPECT_TRUE(again == first && pool.freeBlocks() == 0) << "the freed block waits in this thread";
+        std::vector<Node*> held(300);
+        for (Node*& n : held) n = new Node;
+        for (Node* n : held) delete n;
+        EXPECT_TRUE(pool.freeBlocks() > 0 && pool.freeBlocks() < 300) << "a full cache hands some back";
+        delete again;
+    }).join();
+    const uint64_t made = pool.blocksMade();
+    EXPECT_EQ(pool.freeBlocks(), made) << "an ended thread's cache is back on the stack";
+    std::thread([&] {
+        std::vector<Node*> held(made);
+        for (Node*& n : held) n = new Node;
+        EXPECT_EQ(pool.blocksMade(), made) << "another thread reuses them all";
+        for (Node* n : held) delete n;
+    }).join();
+}
+
 TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
     const std::string path = oletest::makeTempDir("port") + "/data.bin", content(10000, 'q');
     for (const char* engine : {"automatic", "threads"}) {

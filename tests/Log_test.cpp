@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -62,6 +63,22 @@ TEST(Log, EachFunctionReachesItsDestinationsAndNothingIsLost) {
             std::snprintf(entry, sizeof entry, "[worker %d entry %02d abcdefghijklmnopqrstuvwxyz]", t, i);
             ASSERT_NE(all.find(entry), std::string::npos) << entry;
         }
+}
+
+TEST(Log, DebugPoolLogsEveryBlockItHandsOut) {
+    struct Traced : QvDebugPooledObject<Traced> {
+        long value[3];
+    };
+    oletest::LogCapture capture;
+    Traced* first = new Traced;
+    delete first;
+    Traced* again = new Traced;
+    delete again;
+    char fresh[96], reused[96];
+    std::snprintf(fresh, sizeof fresh, "(32-byte blocks): new block %p\n", static_cast<void*>(first));
+    std::snprintf(reused, sizeof reused, "(32-byte blocks): reused block %p\n", static_cast<void*>(again));
+    EXPECT_TRUE(again == first && capture.contains(fresh) && capture.contains(reused)) << capture.text();
+    EXPECT_NE(&Traced::pool(), &QvPooledObject<Traced>::pool()) << "a pool apart from the plain one";
 }
 
 }  // namespace

@@ -4,13 +4,19 @@
 
 #include <ole/platform/OS.h>
 
+#include <atomic>
+
 namespace Qv {
 
 // Each block carries the link of the free stack in a header of its own, before the caller's bytes, so
 // that reading the link of a block another thread has just popped never touches that thread's object.
+// The link is atomic: a thread popping from the stack may read it while the block's owner writes it.
 struct BlockPool::Block {
-    Block* next;  // atomic
+    Block* next;
     uint64_t pad;
+
+    Block* link() const noexcept { return __atomic_load_n(&next, __ATOMIC_RELAXED); }
+    void link(Block* to) noexcept { __atomic_store_n(&next, to, __ATOMIC_RELAXED); }
 };
 
 namespace {
@@ -23,47 +29,177 @@ Word pack(void* top, uint64_t tagAndCount) {
     return Word(reinterpret_cast<uintptr_t>(top)) | (Word(tagAndCount) << 64);
 }
 
+// The per-thread caches: one slot for each of the first kCacheSlots pools made in the process.
+constexpr uint32_t kCacheSlots = 24;
+constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
+constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
+constexpr uint32_t kRefill = 32;       // blocks an empty cache takes from the stack at once
+
+// A chain of free blocks linked through their headers. `room` is how many more it may take; both are
+// zero until the thread first uses the slot, and again once the thread has ended.
+struct Cache {
+    void* top;
+    uint32_t room;
+};
+
+enum ThreadState : unsigned char { kUnregistered, kCaching, kEnded };
+
+// Initial-exec: reached with one offset from the thread pointer, no call. Zero-initialised and trivially
+// destructible, so touching them never runs code.
+__attribute__((tls_model("initial-exec"))) thread_local Cache tCaches[kCacheSlots];
+__attribute__((tls_model("initial-exec"))) thread_local ThreadState tState;
+
+std::atomic<uint32_t> gSlotsTaken{0};
+std::atomic<BlockPool*> gCachedPools[kCacheSlots];
+
+// Hands the thread's caches back when the thread ends (or, for the main thread, when the process exits).
+struct ThreadEnd {
+    void (*const hand)() noexcept;
+    ~ThreadEnd() { hand(); }
+};
+
 }  // namespace
 
-BlockPool::BlockPool(std::size_t blockSize)
-    : head_{nullptr, 0}, blockSize_((blockSize + kAlignment - 1) / kAlignment * kAlignment) {
+BlockPool::BlockPool(std::size_t blockSize, PopHook onPop)
+    : head_{nullptr, 0},
+      blockSize_((blockSize + kAlignment - 1) / kAlignment * kAlignment),
+      onPop_(onPop),
+      cacheSlot_(onPop ? kCacheSlots : gSlotsTaken.fetch_add(1, std::memory_order_relaxed)) {
     static_assert(sizeof(Head) == 16 && sizeof(Block) == kAlignment, "one 128-bit head, aligned blocks");
+    if (cacheSlot_ < kCacheSlots) gCachedPools[cacheSlot_].store(this, std::memory_order_release);
 }
 
 void* BlockPool::allocate() {
-    Word* head = reinterpret_cast<Word*>(&head_);
-    // The two halves are read one at a time; a torn read only makes the swap below fail and retry.
-    uint64_t tagAndCount = __atomic_load_n(&head_.tagAndCount, __ATOMIC_ACQUIRE);
-    Block* top = __atomic_load_n(&head_.top, __ATOMIC_ACQUIRE);
-    while (top) {
-        // `top` may be popped and reused by now; its link is still readable (blocks are never freed) and
-        // a stale value is caught by the tag.
-        Block* next = __atomic_load_n(&top->next, __ATOMIC_RELAXED);
-        const Word expected = pack(top, tagAndCount);
-        const Word seen = __sync_val_compare_and_swap(head, expected, pack(next, tagAndCount + kTagStep - 1));
-        if (seen == expected) return top + 1;
-        top = reinterpret_cast<Block*>(uintptr_t(seen));
-        tagAndCount = uint64_t(seen >> 64);
+    if (cacheSlot_ < kCacheSlots) {
+        Cache& cache = tCaches[cacheSlot_];
+        if (Block* top = static_cast<Block*>(cache.top)) {
+            cache.top = top->link();
+            ++cache.room;
+            return top + 1;
+        }
     }
-    __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
-    Block* fresh = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
-    return fresh + 1;
+    return allocateSlow();
 }
 
 void BlockPool::free(void* object) noexcept {
     if (!object) return;
     Block* block = static_cast<Block*>(object) - 1;
+    if (cacheSlot_ < kCacheSlots) {
+        Cache& cache = tCaches[cacheSlot_];
+        if (cache.room) {
+            block->link(static_cast<Block*>(cache.top));
+            cache.top = block;
+            --cache.room;
+            return;
+        }
+    }
+    freeSlow(block);
+}
+
+// The calling thread's cache for `slot`, ready for use; null when the pool is not cached or the thread is
+// ending. The first call of a thread arranges for its caches to be handed back when it ends.
+static Cache* threadCache(uint32_t slot, void (*handBack)() noexcept) {
+    if (slot >= kCacheSlots || tState == kEnded) return nullptr;
+    if (tState == kUnregistered) {
+        static thread_local ThreadEnd atEnd{handBack};
+        (void)&atEnd;
+        tState = kCaching;
+    }
+    Cache& cache = tCaches[slot];
+    if (!cache.top && !cache.room) cache.room = kCacheLimit;  // first use of the slot by this thread
+    return &cache;
+}
+
+void* BlockPool::allocateSlow() {
+    Cache* cache = threadCache(cacheSlot_, &BlockPool::threadEnded);
+    uint32_t got = 0;
+    Block* block = popChain(cache ? kRefill : 1, got);
+    if (block) {
+        if (got > 1) {  // the cache was empty: it keeps the rest of the batch
+            cache->top = block->link();
+            cache->room -= got - 1;
+        }
+    } else {
+        __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
+        block = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
+        block->link(nullptr);
+    }
+    if (onPop_) onPop_(*this, block + 1, got == 0);
+    return block + 1;
+}
+
+void BlockPool::freeSlow(Block* block) noexcept {
+    Cache* cache = threadCache(cacheSlot_, &BlockPool::threadEnded);
+    if (!cache) return pushChain(block, block, 1);
+    if (!cache->room) {  // full: the most recent kHandBack blocks go back to the stack as one chain
+        Block* first = static_cast<Block*>(cache->top);
+        Block* last = first;
+        for (uint32_t i = 1; i < kHandBack; ++i) last = last->link();
+        cache->top = last->link();
+        cache->room = kHandBack;
+        pushChain(first, last, kHandBack);
+    }
+    block->link(static_cast<Block*>(cache->top));
+    cache->top = block;
+    --cache->room;
+}
+
+// Pops up to `most` blocks with one swap and returns them as a chain ending in null; `got` is its length.
+BlockPool::Block* BlockPool::popChain(uint32_t most, uint32_t& got) noexcept {
+    Word* head = reinterpret_cast<Word*>(&head_);
+    // The two halves are read one at a time; a torn read only makes the swap below fail and retry.
+    uint64_t tagAndCount = __atomic_load_n(&head_.tagAndCount, __ATOMIC_ACQUIRE);
+    Block* top = __atomic_load_n(&head_.top, __ATOMIC_ACQUIRE);
+    while (top) {
+        // The blocks may be popped and reused by now; their links are still readable (blocks are never
+        // freed) and a stale value is caught by the tag. Counting stops at `most`, so even links read
+        // while they change cannot make the walk run on.
+        Block* last = top;
+        uint32_t count = 1;
+        for (Block* next; count < most && (next = last->link()); ++count) last = next;
+        const Word expected = pack(top, tagAndCount);
+        const Word seen =
+            __sync_val_compare_and_swap(head, expected, pack(last->link(), tagAndCount + kTagStep - count));
+        if (seen == expected) {
+            last->link(nullptr);
+            got = count;
+            return top;
+        }
+        top = reinterpret_cast<Block*>(uintptr_t(seen));
+        tagAndCount = uint64_t(seen >> 64);
+    }
+    got = 0;
+    return nullptr;
+}
+
+// Pushes the chain first..last of `count` blocks with one swap.
+void BlockPool::pushChain(Block* first, Block* last, uint32_t count) noexcept {
     Word* head = reinterpret_cast<Word*>(&head_);
     uint64_t tagAndCount = __atomic_load_n(&head_.tagAndCount, __ATOMIC_ACQUIRE);
     Block* top = __atomic_load_n(&head_.top, __ATOMIC_ACQUIRE);
     for (;;) {
-        __atomic_store_n(&block->next, top, __ATOMIC_RELAXED);
+        last->link(top);
         const Word expected = pack(top, tagAndCount);
         const Word seen =
-            __sync_val_compare_and_swap(head, expected, pack(block, tagAndCount + kTagStep + 1));
+            __sync_val_compare_and_swap(head, expected, pack(first, tagAndCount + kTagStep + count));
         if (seen == expected) return;
         top = reinterpret_cast<Block*>(uintptr_t(seen));
         tagAndCount = uint64_t(seen >> 64);
+    }
+}
+
+// From here on the thread's frees go straight to the stacks.
+void BlockPool::threadEnded() noexcept {
+    tState = kEnded;
+    for (uint32_t slot = 0; slot < kCacheSlots; ++slot) {
+        Cache& cache = tCaches[slot];
+        if (Block* first = static_cast<Block*>(cache.top)) {
+            Block* last = first;
+            uint32_t count = 1;
+            for (Block* next; (next = last->link()); ++count) last = next;
+            gCachedPools[slot].load(std::memory_order_acquire)->pushChain(first, last, count);
+        }
+        cache = Cache{nullptr, 0};
     }
 }
 

@@ -7,10 +7,17 @@
 ///
 /// A pool is a lock-free stack of free blocks: allocation pops a block, or takes a new one from the heap
 /// when the stack is empty; freeing pushes it back. Blocks are never returned to the heap, so a pool is as
-/// large as the most blocks ever in use at once. The stack head is a pointer paired with a 64-bit word of
-/// change tag and free-block count, all replaced by one 128-bit compare-and-swap: the tag changes on every
-/// push and pop, so a thread that was delayed between reading the head and swapping it cannot succeed on a
-/// head that was popped and pushed back meanwhile (the ABA problem).
+/// large as the most blocks ever in use at once (plus what the thread caches below hold). The stack head is
+/// a pointer paired with a 64-bit word of change tag and free-block count, all replaced by one 128-bit
+/// compare-and-swap: the tag changes on every push and pop, so a thread that was delayed between reading
+/// the head and swapping it cannot succeed on a head that was popped and pushed back meanwhile (the ABA
+/// problem).
+///
+/// In front of the stack each thread keeps a small cache of free blocks per pool, used without atomics:
+/// freeing puts the block in the cache, allocation takes the most recently freed one. A thread goes to the
+/// stack only when its cache is empty (it then takes a batch with one swap) or full (it hands a batch back
+/// with one swap). A thread that ends hands its whole cache back, so no block is lost. The first few dozen
+/// pools of the process are cached; later ones, and logging pools, use the stack for every block.
 ///
 /// Every pool of the process is found by its type's name in the registry of named objects, so all users of
 /// T in the process share one pool. Pools are never destroyed. All operations are thread-safe.
@@ -24,21 +31,27 @@
 
 namespace Qv {
 
-/// The type-independent part: a lock-free stack of free blocks of one size.
+/// The type-independent part: a lock-free stack of free blocks of one size, with per-thread caches.
 class OLE_API BlockPool {
 public:
-    explicit BlockPool(std::size_t blockSize);
+    /// Told of each block a logging pool hands out: `fresh` when it was just taken from the heap.
+    using PopHook = void (*)(const BlockPool& pool, const void* block, bool fresh);
+
+    /// A pool with `onPop` calls it on every allocation, and keeps no thread caches so that it sees them all.
+    explicit BlockPool(std::size_t blockSize, PopHook onPop = nullptr);
     BlockPool(const BlockPool&) = delete;
     BlockPool& operator=(const BlockPool&) = delete;
 
     /// A block of blockSize() bytes aligned to 16; never null.
     void* allocate();
-    /// Returns a block that allocate() gave; null is ignored.
+    /// Returns a block that allocate() gave, from any thread; null is ignored.
     void free(void* block) noexcept;
 
     std::size_t blockSize() const noexcept { return blockSize_; }
-    /// Blocks on the free stack, and blocks ever taken from the heap.
+    /// Blocks on the shared free stack. Blocks freed into a thread's cache are not counted: they belong to
+    /// that thread until its cache overflows or the thread ends, and then come back to the stack.
     uint32_t freeBlocks() const noexcept;
+    /// Blocks ever taken from the heap.
     uint64_t blocksMade() const noexcept;
 
     /// Largest alignment a block guarantees.
@@ -51,9 +64,17 @@ private:
         uint64_t tagAndCount;  // change tag in the high 32 bits, free-block count in the low 32
     };
 
+    void* allocateSlow();
+    void freeSlow(Block* block) noexcept;
+    Block* popChain(uint32_t most, uint32_t& got) noexcept;
+    void pushChain(Block* first, Block* last, uint32_t count) noexcept;
+    static void threadEnded() noexcept;
+
     Head head_;  ///< changed only by 128-bit compare-and-swap
     const std::size_t blockSize_;
     uint64_t made_ = 0;  ///< atomic
+    const PopHook onPop_;
+    const uint32_t cacheSlot_;  ///< index of this pool's cache in every thread; out of range for none
 };
 
 }  // namespace Qv
@@ -65,11 +86,12 @@ struct QvPoolOf : Qv::BlockPool {
 };
 
 /// Base of pooled classes: `class Node : public QvPooledObject<Node>`. Objects of classes derived from T
-/// whose size differs from T's, and over-aligned types, come from the heap as usual.
-template <class T>
+/// whose size differs from T's, and over-aligned types, come from the heap as usual. `Pool` is the pool
+/// type registered for T (a logging pool, for instance).
+template <class T, class Pool = QvPoolOf<T>>
 class QvPooledObject {
 public:
-    static Qv::BlockPool& pool() { return QvLokiSingleton<QvPoolOf<T>>::instance(); }
+    static Qv::BlockPool& pool() { return QvLokiSingleton<Pool>::instance(); }
 
     static void* operator new(std::size_t size) {
         return pooled(size) ? pool().allocate() : ::operator new(size);

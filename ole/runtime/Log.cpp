@@ -93,3 +93,8 @@ void DebugOut(const char* format, ...) {
 // the moment the library is loaded.
 [[maybe_unused]] static const bool kFatalErrorsLogged =
     (Qv::setFatalErrorReporter([](const char* text) { ole_splat("%s\n", text); }), true);
+
+void Qv::logPoolPop(const char* typeName, const BlockPool& pool, const void* block, bool fresh) {
+    Log("Pool of %s (%zu-byte blocks): %s block %p\n", typeName, pool.blockSize(), fresh ? "new" : "reused",
+        block);
+}
