@@ -33,7 +33,6 @@ Word pack(void* top, uint64_t tagAndCount) {
 constexpr uint32_t kCacheSlots = 24;
 constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
 constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
-constexpr uint32_t kRefill = 32;       // blocks an empty cache takes from the stack at once
 
 // A chain of free blocks linked through their headers. `room` is how many more it may take; both are
 // zero until the thread first uses the slot, and again once the thread has ended.
@@ -74,6 +73,7 @@ void* BlockPool::allocate() {
         Cache& cache = tCaches[cacheSlot_];
         if (Block* top = static_cast<Block*>(cache.top)) {
             cache.top = top->link();
+            __builtin_prefetch(cache.top, 1);
             ++cache.room;
             return top + 1;
         }
@@ -111,20 +111,14 @@ static Cache* threadCache(uint32_t slot, void (*handBack)() noexcept) {
 }
 
 void* BlockPool::allocateSlow() {
-    Cache* cache = threadCache(cacheSlot_, &BlockPool::threadEnded);
-    uint32_t got = 0;
-    Block* block = popChain(cache ? kRefill : 1, got);
-    if (block) {
-        if (got > 1) {  // the cache was empty: it keeps the rest of the batch
-            cache->top = block->link();
-            cache->room -= got - 1;
-        }
-    } else {
+    Block* block = pop();
+    const bool fresh = !block;
+    if (fresh) {
         __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
         block = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
         block->link(nullptr);
     }
-    if (onPop_) onPop_(*this, block + 1, got == 0);
+    if (onPop_) onPop_(*this, block + 1, fresh);
     return block + 1;
 }
 
@@ -144,31 +138,25 @@ void BlockPool::freeSlow(Block* block) noexcept {
     --cache->room;
 }
 
-// Pops up to `most` blocks with one swap and returns them as a chain ending in null; `got` is its length.
-BlockPool::Block* BlockPool::popChain(uint32_t most, uint32_t& got) noexcept {
+// Pops one block, or returns null when the stack is empty.
+BlockPool::Block* BlockPool::pop() noexcept {
     Word* head = reinterpret_cast<Word*>(&head_);
     // The two halves are read one at a time; a torn read only makes the swap below fail and retry.
     uint64_t tagAndCount = __atomic_load_n(&head_.tagAndCount, __ATOMIC_ACQUIRE);
     Block* top = __atomic_load_n(&head_.top, __ATOMIC_ACQUIRE);
     while (top) {
-        // The blocks may be popped and reused by now; their links are still readable (blocks are never
-        // freed) and a stale value is caught by the tag. Counting stops at `most`, so even links read
-        // while they change cannot make the walk run on.
-        Block* last = top;
-        uint32_t count = 1;
-        for (Block* next; count < most && (next = last->link()); ++count) last = next;
+        // `top` may be popped and reused by now; its link is still readable (blocks are never freed) and
+        // a stale value is caught by the tag.
+        Block* next = top->link();
         const Word expected = pack(top, tagAndCount);
-        const Word seen =
-            __sync_val_compare_and_swap(head, expected, pack(last->link(), tagAndCount + kTagStep - count));
+        const Word seen = __sync_val_compare_and_swap(head, expected, pack(next, tagAndCount + kTagStep - 1));
         if (seen == expected) {
-            last->link(nullptr);
-            got = count;
+            __builtin_prefetch(next, 1);  // the next block handed out, on its way while this one is used
             return top;
         }
         top = reinterpret_cast<Block*>(uintptr_t(seen));
         tagAndCount = uint64_t(seen >> 64);
     }
-    got = 0;
     return nullptr;
 }
 
