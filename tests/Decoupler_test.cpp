@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -147,6 +149,35 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
     std::thread([&] { EXPECT_EQ(queue.size(), 1u) << "nothing left locked"; }).join();
     queue.executeAll();
     EXPECT_EQ(ran.back(), 6);
+}
+
+// Random inserts and takes from both ends against a sorted model, over few and many distinct priorities,
+// and from arrival numbers about to run out.
+TEST(PriorityList, MatchesASortedModelAtBothEnds) {
+    for (const unsigned range : {3u, 1000u, 0u})  // 0: the whole 32-bit range
+        for (const uint32_t firstArrival : {0u, UINT32_MAX - 200}) {
+            std::mt19937 random(range);
+            PriorityList list(true, firstArrival);
+            std::vector<QueueLink> links(6000);
+            std::set<std::pair<unsigned, std::size_t>> model;  // priority, arrival
+            for (std::size_t step = 0, arrived = 0; step < links.size(); ++step) {
+                const unsigned r = random() % 8;
+                if (r < 5) {
+                    links[arrived].priority = range ? random() % range : unsigned(random());
+                    list.insert(&links[arrived]);
+                    model.emplace(links[arrived].priority, arrived), ++arrived;
+                } else if (!model.empty()) {
+                    const bool front = r < 7;
+                    const auto it = front ? model.begin() : std::prev(model.end());
+                    ASSERT_EQ(front ? list.first() : list.last(), &links[it->second]);
+                    ASSERT_EQ(front ? list.takeFirst() : list.takeLast(), &links[it->second]) << step;
+                    model.erase(it);
+                }
+                ASSERT_EQ(list.size(), model.size());
+            }
+            for (const auto& [priority, arrival] : model) ASSERT_EQ(list.takeFirst(), &links[arrival]);
+            EXPECT_TRUE(!list.takeFirst() && !list.takeLast() && !list.first() && !list.last());
+        }
 }
 
 TEST(Queue, RecursiveAccessFromInsideTheLockThrows) {

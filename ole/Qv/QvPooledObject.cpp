@@ -11,9 +11,12 @@ namespace Qv {
 // Each block carries the link of the free stack in a header of its own, before the caller's bytes, so
 // that reading the link of a block another thread has just popped never touches that thread's object.
 // The link is atomic: a thread popping from the stack may read it while the block's owner writes it.
+// `ahead` is only a hint, read and written by the block's owner: a block some pops further down the stack
+// when the block was handed back, worth fetching early because following links one cold block at a time
+// stalls on each.
 struct BlockPool::Block {
     Block* next;
-    uint64_t pad;
+    Block* ahead;
 
     Block* link() const noexcept { return __atomic_load_n(&next, __ATOMIC_RELAXED); }
     void link(Block* to) noexcept { __atomic_store_n(&next, to, __ATOMIC_RELAXED); }
@@ -33,6 +36,7 @@ Word pack(void* top, uint64_t tagAndCount) {
 constexpr uint32_t kCacheSlots = 24;
 constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
 constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
+constexpr uint32_t kLookAhead = 8;     // how far down the stack `ahead` points
 
 // A chain of free blocks linked through their headers. `room` is how many more it may take; both are
 // zero until the thread first uses the slot, and again once the thread has ended.
@@ -117,6 +121,7 @@ void* BlockPool::allocateSlow() {
         __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
         block = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
         block->link(nullptr);
+        block->ahead = nullptr;
     }
     if (onPop_) onPop_(*this, block + 1, fresh);
     return block + 1;
@@ -128,7 +133,12 @@ void BlockPool::freeSlow(Block* block) noexcept {
     if (!cache->room) {  // full: the most recent kHandBack blocks go back to the stack as one chain
         Block* first = static_cast<Block*>(cache->top);
         Block* last = first;
-        for (uint32_t i = 1; i < kHandBack; ++i) last = last->link();
+        Block* behind[kLookAhead] = {};
+        for (uint32_t i = 1; i < kHandBack; ++i) {
+            behind[i % kLookAhead] = last;
+            last = last->link();
+            if (Block* b = behind[(i + 1) % kLookAhead]) b->ahead = last;
+        }
         cache->top = last->link();
         cache->room = kHandBack;
         pushChain(first, last, kHandBack);
@@ -151,7 +161,8 @@ BlockPool::Block* BlockPool::pop() noexcept {
         const Word expected = pack(top, tagAndCount);
         const Word seen = __sync_val_compare_and_swap(head, expected, pack(next, tagAndCount + kTagStep - 1));
         if (seen == expected) {
-            __builtin_prefetch(next, 1);  // the next block handed out, on its way while this one is used
+            __builtin_prefetch(next, 1);  // blocks handed out next, on their way while this one is used
+            __builtin_prefetch(top->ahead, 1);
             return top;
         }
         top = reinterpret_cast<Block*>(uintptr_t(seen));

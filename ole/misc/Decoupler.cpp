@@ -7,123 +7,159 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
+#include <cstring>
+#include <new>
 #include <vector>
 
 namespace QvCmdProcessors {
 
 // ---- PriorityList ---------------------------------------------------------------------------------------
 
-// The runs of a prioritised list. Each run is a doubly linked list of its items. The heaps may hold
-// priorities whose run has ended (a run ended from one end leaves its entry in the other heap, and a
-// priority that comes back is pushed again); such entries are dropped when they surface, and a heap that
-// grows to twice the live runs is rebuilt, so the clean-up costs O(1) per run on average.
+namespace {
+
+// Levels of the heap below: the root's level is 0; even levels hold minima of their subtrees, odd maxima.
+bool onMinLevel(std::size_t i) noexcept {
+    return ((63 - __builtin_clzll(i)) & 1) == 0;
+}
+
+template <bool kMin>
+bool before(uint64_t a, uint64_t b) noexcept {
+    return kMin ? a < b : a > b;
+}
+
+}  // namespace
+
+// The order of a prioritised list. Items of one priority that arrive while their priority's latest run is
+// remembered join that run, a linked list in arrival order. A small direct-mapped table remembers the
+// latest run of recent priorities, with its last item: a priority that is not found there starts a new run
+// even if an older run of it waits, which keeps the order exact because every item of the older run
+// arrived before the new run began. A run that is not remembered keeps its last item in its first item's
+// `prev`. The runs wait in a min-max heap keyed by priority and the arrival number of their first item; the
+// root is the most urgent run and the larger of its two children the least urgent, so both ends are at
+// hand. Joining a run or taking from a run that goes on is O(1); starting or ending one is O(log r) for r
+// runs waiting. The 16-byte entries are numbered from 1 in storage aligned to 64 bytes, which puts the four
+// grandchildren a step down the heap in one cache line.
 struct PriorityList::Runs {
-    struct Run {
+    struct Entry {
+        uint64_t key;
         QueueLink* first;
+    };
+    struct Latest {
+        unsigned priority;
+        QueueLink* first;  // null when the slot is free
         QueueLink* last;
     };
+    static constexpr std::align_val_t kLine{64};
+    static constexpr unsigned kLatestBits = 6;
 
-    // The runs by priority: open addressing with linear probing, at most half full, so a lookup reads one
-    // or two neighbouring slots of one array.
-    class Table {
-    public:
-        Run* find(unsigned priority) noexcept {
-            for (std::size_t i = home(priority);; i = (i + 1) & mask_) {
-                if (!slots_[i].used) return nullptr;
-                if (slots_[i].priority == priority) return &slots_[i].run;
-            }
-        }
-        // The run of `priority`, made from `fresh` if there was none; true when it was made.
-        std::pair<Run*, bool> tryEmplace(unsigned priority, const Run& fresh) {
-            if (2 * (used_ + 1) > slots_.size()) grow();
-            std::size_t i = home(priority);
-            for (; slots_[i].used; i = (i + 1) & mask_)
-                if (slots_[i].priority == priority) return {&slots_[i].run, false};
-            slots_[i] = Slot{priority, true, fresh};
-            ++used_;
-            return {&slots_[i].run, true};
-        }
-        // Removes `priority`'s run and shifts later slots of the same probe sequence back into the gap.
-        void erase(unsigned priority) noexcept {
-            std::size_t gap = home(priority);
-            while (slots_[gap].priority != priority || !slots_[gap].used) gap = (gap + 1) & mask_;
-            slots_[gap].used = false;
-            --used_;
-            for (std::size_t j = (gap + 1) & mask_; slots_[j].used; j = (j + 1) & mask_) {
-                const std::size_t h = home(slots_[j].priority);
-                const bool stays = gap < j ? (h > gap && h <= j) : (h > gap || h <= j);
-                if (stays) continue;
-                slots_[gap] = slots_[j];
-                slots_[j].used = false;
-                gap = j;
-            }
-        }
-        std::size_t size() const noexcept { return used_; }
+    explicit Runs(uint32_t firstArrival) : nextArrival(firstArrival) {}
+    ~Runs() { ::operator delete(at, kLine); }
+    Runs(const Runs&) = delete;
+    Runs& operator=(const Runs&) = delete;
 
-    private:
-        struct Slot {
-            unsigned priority;
-            bool used;
-            Run run;
-        };
-        std::size_t home(unsigned priority) const noexcept {
-            return std::size_t((uint64_t(priority) * 0x9E3779B97F4A7C15ull) >> shift_);
-        }
-        void grow() {
-            std::vector<Slot> old(slots_.size() * 2, Slot{0, false, {}});
-            old.swap(slots_);
-            --shift_;
-            mask_ = slots_.size() - 1;
-            used_ = 0;
-            for (const Slot& slot : old)
-                if (slot.used) tryEmplace(slot.priority, slot.run);
-        }
-
-        std::vector<Slot> slots_ = std::vector<Slot>(16, Slot{0, false, {}});
-        unsigned shift_ = 60;  // 64 - log2(slots)
-        std::size_t mask_ = 15;
-        std::size_t used_ = 0;
-    };
-
-    Table byPriority;
-    std::vector<unsigned> mostUrgent;   // a heap with the smallest priority on top
-    std::vector<unsigned> leastUrgent;  // a heap with the largest priority on top
-
-    // The live run on top of `heap`, after dropping entries of ended runs.
-    template <class Below>
-    Run* top(std::vector<unsigned>& heap, Below below) {
-        while (!heap.empty()) {
-            if (Run* run = byPriority.find(heap.front())) return run;
-            std::pop_heap(heap.begin(), heap.end(), below);
-            heap.pop_back();
-        }
-        return nullptr;
+    // Small priorities, and those that differ in any 6-bit digit, get slots of their own.
+    Latest& latest(unsigned p) noexcept {
+        return remembered[(p ^ p >> 6 ^ p >> 12 ^ p >> 18 ^ p >> 24 ^ p >> 30) & ((1u << kLatestBits) - 1)];
     }
-    Run* first() { return top(mostUrgent, std::greater<unsigned>()); }
-    Run* last() { return top(leastUrgent, std::less<unsigned>()); }
-
-    // Ends the run of `priority`, which is on top of `heap`.
-    template <class Below>
-    void end(unsigned priority, std::vector<unsigned>& heap, Below below) {
-        byPriority.erase(priority);
-        std::pop_heap(heap.begin(), heap.end(), below);
-        heap.pop_back();
-        compact(mostUrgent, std::greater<unsigned>());
-        compact(leastUrgent, std::less<unsigned>());
+    // Where the last item of the run beginning at `first` is kept.
+    QueueLink*& lastOf(QueueLink* first) noexcept {
+        Latest& slot = latest(first->priority);
+        return slot.first == first ? slot.last : first->prev;
     }
-    template <class Below>
-    void compact(std::vector<unsigned>& heap, Below below) {
-        if (heap.size() <= 2 * byPriority.size() + 32) return;
-        std::sort(heap.begin(), heap.end());
-        heap.erase(std::unique(heap.begin(), heap.end()), heap.end());
-        heap.erase(std::remove_if(heap.begin(), heap.end(), [&](unsigned p) { return !byPriority.find(p); }),
-                   heap.end());
-        std::make_heap(heap.begin(), heap.end(), below);
+    void start(QueueLink* link) {
+        if (nextArrival == UINT32_MAX) renumber();
+        if (size + 1 >= capacity) grow();
+        link->prev = link;
+        link->next = nullptr;
+        place(Entry{uint64_t(link->priority) << 32 | nextArrival++, link});
+        Latest& slot = latest(link->priority);
+        if (slot.first) slot.first->prev = slot.last;  // forgotten: the run keeps its own last item
+        slot = Latest{link->priority, link, link};
+    }
+    std::size_t lastRun() const noexcept { return size < 3 ? size : at[2].key > at[3].key ? 2 : 3; }
+    // Removes the run at `i`, whose only item `first` is being taken.
+    void end(std::size_t i, QueueLink* first) noexcept {
+        Latest& slot = latest(first->priority);
+        if (slot.first == first) slot.first = nullptr;
+        const Entry moved = at[size--];
+        if (i <= size) onMinLevel(i) ? trickleDown<true>(i, moved) : trickleDown<false>(i, moved);
+        if (!size) nextArrival = 0;
+    }
+
+    Entry* at = nullptr;  // at[1] .. at[size]
+    std::size_t size = 0;
+    std::size_t capacity = 0;
+    uint32_t nextArrival;
+    Latest remembered[1u << kLatestBits] = {};
+
+private:
+    void place(const Entry& e) noexcept {
+        std::size_t i = ++size;
+        if (i > 1) {
+            const std::size_t parent = i / 2;
+            // A key on the wrong side of its parent belongs to the parent's kind of level.
+            if (onMinLevel(i) ? e.key > at[parent].key : e.key < at[parent].key) {
+                at[i] = at[parent];
+                i = parent;
+            }
+            i = onMinLevel(i) ? siftUp<true>(i, e) : siftUp<false>(i, e);
+        }
+        at[i] = e;
+    }
+    // Moves the hole at `i` up through the levels of its kind while `e` goes before the grandparent.
+    template <bool kMin>
+    std::size_t siftUp(std::size_t i, const Entry& e) noexcept {
+        for (; i >= 4 && before<kMin>(e.key, at[i / 4].key); i /= 4) at[i] = at[i / 4];
+        return i;
+    }
+    // Fills the hole at `i`, on a level of kind kMin, with `x` or with what must rise above it.
+    template <bool kMin>
+    void trickleDown(std::size_t i, Entry x) noexcept {
+        for (;;) {
+            const std::size_t child = 2 * i, grandchild = 4 * i;
+            if (child > size) break;
+            if (grandchild > size) {  // children only
+                const std::size_t m =
+                    child < size && before<kMin>(at[child + 1].key, at[child].key) ? child + 1 : child;
+                if (before<kMin>(at[m].key, x.key)) at[i] = at[m], i = m;
+                break;
+            }
+            const std::size_t end = std::min(grandchild + 3, size);
+            std::size_t m = grandchild;
+            for (std::size_t k = grandchild + 1; k <= end; ++k)
+                if (before<kMin>(at[k].key, at[m].key)) m = k;
+            // The second child competes only when it has no children of its own to stand for it.
+            if (child < size && end < grandchild + 2 && before<kMin>(at[child + 1].key, at[m].key)) {
+                if (before<kMin>(at[child + 1].key, x.key)) at[i] = at[child + 1], i = child + 1;
+                break;
+            }
+            if (!before<kMin>(at[m].key, x.key)) break;
+            at[i] = at[m];
+            i = m;
+            if (before<kMin>(at[m / 2].key, x.key)) std::swap(at[m / 2], x);
+        }
+        at[i] = x;
+    }
+    void grow() {
+        const std::size_t wanted = capacity ? 2 * capacity : 64;
+        Entry* bigger = static_cast<Entry*>(::operator new(wanted * sizeof(Entry), kLine));
+        if (size) std::memcpy(bigger + 1, at + 1, size * sizeof(Entry));
+        ::operator delete(at, kLine);
+        at = bigger;
+        capacity = wanted;
+    }
+    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand.
+    void renumber() {
+        std::vector<Entry> all(at + 1, at + 1 + size);
+        std::sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
+        size = 0;
+        nextArrival = 0;
+        for (Entry& e : all) place(Entry{(e.key >> 32) << 32 | nextArrival++, e.first});
     }
 };
 
-PriorityList::PriorityList(bool prioritised) : runs_(prioritised ? new Runs : nullptr) {}
+PriorityList::PriorityList(bool prioritised, uint32_t firstArrival)
+    : runs_(prioritised ? new Runs(firstArrival) : nullptr) {}
 
 PriorityList::~PriorityList() {
     delete runs_;
@@ -138,73 +174,69 @@ void PriorityList::insert(QueueLink* link) {
         tail_ = link;
         return;
     }
-    const auto placed = runs_->byPriority.tryEmplace(link->priority, Runs::Run{link, link});
+    Runs::Latest& slot = runs_->latest(link->priority);
+    if (!slot.first || slot.priority != link->priority) return runs_->start(link);
+    link->prev = slot.last;
     link->next = nullptr;
-    if (placed.second) {
-        link->prev = nullptr;
-        runs_->mostUrgent.push_back(link->priority);
-        std::push_heap(runs_->mostUrgent.begin(), runs_->mostUrgent.end(), std::greater<unsigned>());
-        runs_->leastUrgent.push_back(link->priority);
-        std::push_heap(runs_->leastUrgent.begin(), runs_->leastUrgent.end(), std::less<unsigned>());
-        return;
-    }
-    Runs::Run& run = *placed.first;
-    link->prev = run.last;
-    run.last->next = link;
-    run.last = link;
+    slot.last->next = link;
+    slot.last = link;
 }
 
 QueueLink* PriorityList::first() noexcept {
     if (!runs_) return head_;
-    const Runs::Run* run = runs_->first();
-    return run ? run->first : nullptr;
+    return runs_->size ? runs_->at[1].first : nullptr;
 }
 
 QueueLink* PriorityList::last() noexcept {
     if (!runs_) return tail_;
-    const Runs::Run* run = runs_->last();
-    return run ? run->last : nullptr;
+    return runs_->size ? runs_->lastOf(runs_->at[runs_->lastRun()].first) : nullptr;
 }
 
 QueueLink* PriorityList::takeFirst() noexcept {
+    if (!count_) return nullptr;
+    --count_;
     QueueLink* link;
     if (!runs_) {
         link = head_;
-        if (!link) return nullptr;
         head_ = link->next;
         (head_ ? head_->prev : tail_) = nullptr;
-    } else {
-        Runs::Run* run = runs_->first();
-        if (!run) return nullptr;
-        link = run->first;
-        run->first = link->next;
-        if (run->first)
-            run->first->prev = nullptr;
-        else
-            runs_->end(link->priority, runs_->mostUrgent, std::greater<unsigned>());
+        return link;
     }
-    --count_;
+    link = runs_->at[1].first;
+    if (QueueLink* next = link->next) {  // the run goes on from its second item
+        Runs::Latest& slot = runs_->latest(link->priority);
+        if (slot.first == link)
+            slot.first = next;
+        else
+            next->prev = link->prev;
+        runs_->at[1].first = next;
+    } else {
+        runs_->end(1, link);
+    }
+    if (runs_->size) __builtin_prefetch(runs_->at[1].first);  // on its way while this item runs
     return link;
 }
 
 QueueLink* PriorityList::takeLast() noexcept {
+    if (!count_) return nullptr;
+    --count_;
     QueueLink* link;
     if (!runs_) {
         link = tail_;
-        if (!link) return nullptr;
         tail_ = link->prev;
         (tail_ ? tail_->next : head_) = nullptr;
-    } else {
-        Runs::Run* run = runs_->last();
-        if (!run) return nullptr;
-        link = run->last;
-        run->last = link->prev;
-        if (run->last)
-            run->last->next = nullptr;
-        else
-            runs_->end(link->priority, runs_->leastUrgent, std::less<unsigned>());
+        return link;
     }
-    --count_;
+    const std::size_t i = runs_->lastRun();
+    QueueLink* first = runs_->at[i].first;
+    QueueLink*& last = runs_->lastOf(first);
+    link = last;
+    if (link == first) {
+        runs_->end(i, first);
+    } else {
+        last = link->prev;
+        last->next = nullptr;
+    }
     return link;
 }
 

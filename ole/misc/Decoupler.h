@@ -52,14 +52,16 @@ struct QueueLink {
     unsigned priority = 0;
 };
 
-/// The order of a queue's items, whatever they carry. In a prioritised list the items of one priority form
-/// a run in arrival order; a hash table finds the run of a priority, and two heaps of the distinct
-/// priorities waiting find the most and the least urgent run. Joining an existing run costs O(1); starting
-/// or ending a run costs O(log k) for k distinct priorities waiting: never a walk over the items, so the
-/// cost does not grow with the queue's length. Not thread-safe.
+/// The order of a queue's items, whatever they carry. A prioritised list keeps runs of items of one
+/// priority in arrival order, and the runs in a min-max heap keyed by priority and arrival, so the most and
+/// the least urgent item are both at hand. An item joins the latest run of its priority in O(1) when that
+/// run is recent; otherwise it starts a run, in O(log r) for r runs waiting: never a walk over the items,
+/// whatever the queue's length. Runs are numbered from `firstArrival` (tests start near the end); when the
+/// numbers run out, the waiting runs are numbered again in their order. A list that is not prioritised is
+/// a linked list in arrival order. Not thread-safe.
 class OLE_API PriorityList {
 public:
-    explicit PriorityList(bool prioritised);
+    explicit PriorityList(bool prioritised, uint32_t firstArrival = 0);
     ~PriorityList();
     PriorityList(const PriorityList&) = delete;
     PriorityList& operator=(const PriorityList&) = delete;
