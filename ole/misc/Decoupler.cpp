@@ -81,6 +81,11 @@ struct PriorityList::Runs {
     void end(std::size_t i, QueueLink* first) noexcept {
         Latest& slot = latest(first->priority);
         if (slot.first == first) slot.first = nullptr;
+        if (i == 1 && size >= 8) {  // the next most urgent is almost surely the least grandchild
+            std::size_t m = 4;
+            for (std::size_t k = 5; k < 8; ++k) m = at[k].key < at[m].key ? k : m;
+            __builtin_prefetch(at[m].first);
+        }
         const Entry moved = at[size--];
         if (i <= size) onMinLevel(i) ? trickleDown<true>(i, moved) : trickleDown<false>(i, moved);
         if (!size) nextArrival = 0;
@@ -118,6 +123,11 @@ private:
         for (;;) {
             const std::size_t child = 2 * i, grandchild = 4 * i;
             if (child > size) break;
+            // What the next step may read, the children and grandchildren of any grandchild, in six lines
+            // fetched together with this step's two.
+            if (16 * i + 15 <= size)
+                for (const std::size_t k : {8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
+                    __builtin_prefetch(at + k);
             if (grandchild > size) {  // children only
                 const std::size_t m =
                     child < size && before<kMin>(at[child + 1].key, at[child].key) ? child + 1 : child;
@@ -126,8 +136,14 @@ private:
             }
             const std::size_t end = std::min(grandchild + 3, size);
             std::size_t m = grandchild;
-            for (std::size_t k = grandchild + 1; k <= end; ++k)
-                if (before<kMin>(at[k].key, at[m].key)) m = k;
+            if (end == grandchild + 3) {  // a tournament of pairs: short chains, no unpredictable branches
+                const std::size_t a = before<kMin>(at[m + 1].key, at[m].key) ? m + 1 : m;
+                const std::size_t b = before<kMin>(at[m + 3].key, at[m + 2].key) ? m + 3 : m + 2;
+                m = before<kMin>(at[b].key, at[a].key) ? b : a;
+            } else {
+                for (std::size_t k = grandchild + 1; k <= end; ++k)
+                    if (before<kMin>(at[k].key, at[m].key)) m = k;
+            }
             // The second child competes only when it has no children of its own to stand for it.
             if (child < size && end < grandchild + 2 && before<kMin>(at[child + 1].key, at[m].key)) {
                 if (before<kMin>(at[child + 1].key, x.key)) at[i] = at[child + 1], i = child + 1;
