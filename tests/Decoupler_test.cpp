@@ -151,10 +151,12 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
     EXPECT_EQ(ran.back(), 6);
 }
 
-// Random inserts and takes from both ends against a sorted model, over few and many distinct priorities,
-// and from arrival numbers about to run out.
+// Random inserts and takes from both ends against a sorted model: few and many distinct priorities,
+// priorities that keep displacing each other from the table of recent runs (multiples of 65), and arrival
+// numbers about to run out.
 TEST(PriorityList, MatchesASortedModelAtBothEnds) {
-    for (const unsigned range : {3u, 1000u, 0u})  // 0: the whole 32-bit range
+    const std::pair<unsigned, unsigned> draws[] = {{5, 1}, {40, 1}, {4, 65}, {1000, 1}, {0, 1}};  // 0: any
+    for (const auto& [range, spacing] : draws)
         for (const uint32_t firstArrival : {0u, UINT32_MAX - 200}) {
             std::mt19937 random(range);
             PriorityList list(true, firstArrival);
@@ -162,12 +164,12 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
             std::set<std::pair<unsigned, std::size_t>> model;  // priority, arrival
             for (std::size_t step = 0, arrived = 0; step < links.size(); ++step) {
                 const unsigned r = random() % 8;
-                if (r < 5) {
-                    links[arrived].priority = range ? random() % range : unsigned(random());
+                if (r < (2 * step < links.size() ? 5u : 3u)) {  // grows, then shrinks to a few runs
+                    links[arrived].priority = range ? random() % range * spacing : unsigned(random());
                     list.insert(&links[arrived]);
                     model.emplace(links[arrived].priority, arrived), ++arrived;
                 } else if (!model.empty()) {
-                    const bool front = r < 7;
+                    const bool front = r % 2;
                     const auto it = front ? model.begin() : std::prev(model.end());
                     ASSERT_EQ(front ? list.first() : list.last(), &links[it->second]);
                     ASSERT_EQ(front ? list.takeFirst() : list.takeLast(), &links[it->second]) << step;
@@ -178,6 +180,13 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
             for (const auto& [priority, arrival] : model) ASSERT_EQ(list.takeFirst(), &links[arrival]);
             EXPECT_TRUE(!list.takeFirst() && !list.takeLast() && !list.first() && !list.last());
         }
+
+    // A run of 0s displaced from that table by 65, then taken from both ends.
+    PriorityList list(true);
+    QueueLink links[4];
+    for (QueueLink& link : links) link.priority = &link == &links[3] ? 65 : 0, list.insert(&link);
+    EXPECT_TRUE(list.takeFirst() == &links[0] && list.takeLast() == &links[3] && list.last() == &links[2] &&
+                list.takeLast() == &links[2] && list.takeFirst() == &links[1] && !list.first());
 }
 
 TEST(Queue, RecursiveAccessFromInsideTheLockThrows) {

@@ -36,7 +36,7 @@ Word pack(void* top, uint64_t tagAndCount) {
 constexpr uint32_t kCacheSlots = 24;
 constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
 constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
-constexpr uint32_t kLookAhead = 8;     // how far down the stack `ahead` points
+constexpr uint32_t kLookAhead = 16;    // how far down the stack `ahead` points
 
 // A chain of free blocks linked through their headers. `room` is how many more it may take; both are
 // zero until the thread first uses the slot, and again once the thread has ended.

@@ -125,9 +125,8 @@ private:
             if (child > size) break;
             // What the next step may read, the children and grandchildren of any grandchild, in six lines
             // fetched together with this step's two.
-            if (16 * i + 15 <= size)
-                for (const std::size_t k : {8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
-                    __builtin_prefetch(at + k);
+            for (const std::size_t k : {8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
+                if (k <= size) __builtin_prefetch(at + k);
             if (grandchild > size) {  // children only
                 const std::size_t m =
                     child < size && before<kMin>(at[child + 1].key, at[child].key) ? child + 1 : child;
