@@ -86,8 +86,7 @@ struct PriorityList::Runs {
             for (std::size_t k = 5; k < 8; ++k) m = at[k].key < at[m].key ? k : m;
             __builtin_prefetch(at[m].first);
         }
-        const Entry moved = at[size--];
-        if (i <= size) onMinLevel(i) ? trickleDown<true>(i, moved) : trickleDown<false>(i, moved);
+        onMinLevel(i) ? remove<true>(i) : remove<false>(i);
         if (!size) nextArrival = 0;
     }
 
@@ -98,8 +97,10 @@ struct PriorityList::Runs {
     Latest remembered[1u << kLatestBits] = {};
 
 private:
-    void place(const Entry& e) noexcept {
-        std::size_t i = ++size;
+    void place(const Entry& e) noexcept { bubbleUp(++size, e); }
+    // Fills the hole at `i` with `e` or with what must come down from above it. Below the hole everything
+    // already stands where `e` may stand above it.
+    void bubbleUp(std::size_t i, const Entry& e) noexcept {
         if (i > 1) {
             const std::size_t parent = i / 2;
             // A key on the wrong side of its parent belongs to the parent's kind of level.
@@ -117,43 +118,43 @@ private:
         for (; i >= 4 && before<kMin>(e.key, at[i / 4].key); i /= 4) at[i] = at[i / 4];
         return i;
     }
-    // Fills the hole at `i`, on a level of kind kMin, with `x` or with what must rise above it.
+    // Takes out the entry at `i`, on a level of kind kMin. The hole sinks along the least (or greatest)
+    // grandchildren without looking at the entry that will fill it, one cache line a level pair, and the
+    // last entry fills it from the bottom, where it almost always belongs.
     template <bool kMin>
-    void trickleDown(std::size_t i, Entry x) noexcept {
+    void remove(std::size_t i) noexcept {
+        const Entry last = at[size--];
+        if (i > size) return;
         for (;;) {
+            // The grandchildren of every grandchild: four lines, fetched while this step waits for its own.
+            for (std::size_t k = 16 * i; k < 16 * i + 16 && k <= size; k += 4) __builtin_prefetch(at + k);
             const std::size_t child = 2 * i, grandchild = 4 * i;
-            if (child > size) break;
-            // What the next step may read, the children and grandchildren of any grandchild, in six lines
-            // fetched together with this step's two.
-            for (const std::size_t k : {8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
-                if (k <= size) __builtin_prefetch(at + k);
-            if (grandchild > size) {  // children only
-                const std::size_t m =
-                    child < size && before<kMin>(at[child + 1].key, at[child].key) ? child + 1 : child;
-                if (before<kMin>(at[m].key, x.key)) at[i] = at[m], i = m;
-                break;
-            }
-            const std::size_t end = std::min(grandchild + 3, size);
+            if (grandchild > size) break;
             std::size_t m = grandchild;
-            if (end == grandchild + 3) {  // a tournament of pairs: short chains, no unpredictable branches
+            if (grandchild + 3 <= size) {  // a tournament of pairs: short chains, no unpredictable branches
                 const std::size_t a = before<kMin>(at[m + 1].key, at[m].key) ? m + 1 : m;
                 const std::size_t b = before<kMin>(at[m + 3].key, at[m + 2].key) ? m + 3 : m + 2;
                 m = before<kMin>(at[b].key, at[a].key) ? b : a;
             } else {
-                for (std::size_t k = grandchild + 1; k <= end; ++k)
+                for (std::size_t k = grandchild + 1; k <= size; ++k)
                     if (before<kMin>(at[k].key, at[m].key)) m = k;
+                // The second child competes when it has no children of its own to stand for it.
+                if (child < size && size < grandchild + 2 && before<kMin>(at[child + 1].key, at[m].key))
+                    m = child + 1;
             }
-            // The second child competes only when it has no children of its own to stand for it.
-            if (child < size && end < grandchild + 2 && before<kMin>(at[child + 1].key, at[m].key)) {
-                if (before<kMin>(at[child + 1].key, x.key)) at[i] = at[child + 1], i = child + 1;
-                break;
-            }
-            if (!before<kMin>(at[m].key, x.key)) break;
             at[i] = at[m];
             i = m;
-            if (before<kMin>(at[m / 2].key, x.key)) std::swap(at[m / 2], x);
         }
-        at[i] = x;
+        // No grandchildren below: a child that must stand above `last` moves up first.
+        if (2 * i <= size) {
+            const std::size_t c =
+                2 * i < size && before<kMin>(at[2 * i + 1].key, at[2 * i].key) ? 2 * i + 1 : 2 * i;
+            if (before<kMin>(at[c].key, last.key)) {
+                at[i] = at[c];
+                i = c;
+            }
+        }
+        bubbleUp(i, last);
     }
     void grow() {
         const std::size_t wanted = capacity ? 2 * capacity : 64;
