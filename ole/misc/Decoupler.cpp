@@ -126,8 +126,10 @@ private:
         const Entry last = at[size--];
         if (i > size) return;
         for (;;) {
-            // The grandchildren of every grandchild: four lines, fetched while this step waits for its own.
-            for (std::size_t k = 16 * i; k < 16 * i + 16 && k <= size; k += 4) __builtin_prefetch(at + k);
+            // What the next step or the filling may read: the children, the children of every grandchild and
+            // their children, fetched while this step waits for its own line.
+            for (const std::size_t k : {2 * i, 8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
+                if (k <= size) __builtin_prefetch(at + k);
             const std::size_t child = 2 * i, grandchild = 4 * i;
             if (grandchild > size) break;
             std::size_t m = grandchild;
