@@ -296,25 +296,23 @@ TEST(Pool, ThreadCachesReuseBlocksAndHandThemBackWhenTheThreadEnds) {
         long value[2];
     };
     const Qv::BlockPool& pool = Node::pool();
+    const auto churn = [](std::size_t count) {
+        std::vector<Node*> held(count);
+        for (Node*& n : held) n = new Node;
+        for (Node* n : held) delete n;
+    };
     std::thread([&] {
         Node* first = new Node;
         delete first;
-        Node* again = new Node;
-        EXPECT_TRUE(again == first && pool.freeBlocks() == 0) << "the freed block waits in this thread";
-        std::vector<Node*> held(300);
-        for (Node*& n : held) n = new Node;
-        for (Node* n : held) delete n;
+        EXPECT_TRUE(new Node == first&& pool.freeBlocks() == 0) << "the freed block waits in this thread";
+        churn(300);
         EXPECT_TRUE(pool.freeBlocks() > 0 && pool.freeBlocks() < 300) << "a full cache hands some back";
-        delete again;
+        delete first;
     }).join();
     const uint64_t made = pool.blocksMade();
     EXPECT_EQ(pool.freeBlocks(), made) << "an ended thread's cache is back on the stack";
-    std::thread([&] {
-        std::vector<Node*> held(made);
-        for (Node*& n : held) n = new Node;
-        EXPECT_EQ(pool.blocksMade(), made) << "another thread reuses them all";
-        for (Node* n : held) delete n;
-    }).join();
+    std::thread([&] { churn(made); }).join();
+    EXPECT_EQ(pool.blocksMade(), made) << "another thread reuses them all";
 }
 
 TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
