@@ -78,21 +78,6 @@ void StreamFile::clear() {
     modified_ = true;
 }
 
-bool StreamFile::seek(std::size_t position) {
-    if (position > size_) {
-        failed_ = true;
-        return false;
-    }
-    pos_ = position;
-    return true;
-}
-
-bool StreamFile::skip(std::size_t bytes) {
-    if (bytes > remaining()) return readPastEnd(nullptr, 0);
-    pos_ += bytes;
-    return true;
-}
-
 bool StreamFile::writeSlow(const void* data, std::size_t length) {
     if (!writable_ || (!data && length)) {
         failed_ = true;
@@ -119,7 +104,10 @@ bool StreamFile::writeBinary(const void* data, uint32_t length, bool prefixLengt
     if (!data) {
         length = 0;
     } else if (length == 0) {
-        length = uint32_t(std::strlen(static_cast<const char*>(data)));
+        const std::size_t measured = std::strlen(static_cast<const char*>(data));
+        // A measured text goes out with its own terminator in one write.
+        if (!prefixLength && !raw && measured < 0xFFFFFFFFu) return write(data, measured + 1);
+        length = uint32_t(measured);
     }
     bool ok = true;
     if (prefixLength && !raw) ok = writeValue(length);
@@ -172,4 +160,11 @@ LightweightString<char> StreamFile::getString() {
     std::size_t length = 0;
     const char* text = viewString(&length);
     return text ? LightweightString<char>(text, unsigned(length)) : LightweightString<char>();
+}
+
+bool StreamFile::getString(LightweightString<char>& text) {
+    std::size_t length = 0;
+    const char* found = viewString(&length);
+    text.assign(found, unsigned(length));
+    return found != nullptr;
 }
