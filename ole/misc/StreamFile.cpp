@@ -141,30 +141,14 @@ std::size_t StreamFile::readBinary(void* buffer, std::size_t capacity, bool pref
     return kept;
 }
 
-const char* StreamFile::viewString(std::size_t* length) {
-    const std::size_t left = remaining();
-    const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
-    const void* nul = left ? std::memchr(start, 0, left) : nullptr;
-    if (!nul) {
-        readPastEnd(nullptr, 0);
-        if (length) *length = 0;
-        return nullptr;
-    }
-    const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
-    pos_ += n + 1;
-    if (length) *length = n;
-    return start;
+const char* StreamFile::noString(std::size_t* length) {
+    readPastEnd(nullptr, 0);
+    if (length) *length = 0;
+    return nullptr;
 }
 
 LightweightString<char> StreamFile::getString() {
     std::size_t length = 0;
     const char* text = viewString(&length);
     return text ? LightweightString<char>(text, unsigned(length)) : LightweightString<char>();
-}
-
-bool StreamFile::getString(LightweightString<char>& text) {
-    std::size_t length = 0;
-    const char* found = viewString(&length);
-    text.assign(found, unsigned(length));
-    return found != nullptr;
 }

@@ -164,10 +164,23 @@ public:
     /// before the end it fails and returns "".
     LightweightString<char> getString();
     /// The same into `text`, reusing its block when it is unshared and large enough; false on failure.
-    bool getString(LightweightString<char>& text);
+    bool getString(LightweightString<char>& text) {
+        std::size_t length = 0;
+        const char* found = viewString(&length);
+        text.assign(found, unsigned(length));
+        return found != nullptr;
+    }
     /// Like getString() without copying: a pointer to the text inside the cache (its length in *length
     /// when given), or null on failure.
-    const char* viewString(std::size_t* length = nullptr);
+    const char* viewString(std::size_t* length = nullptr) {
+        const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
+        const void* nul = pos_ < size_ ? std::memchr(start, 0, size_ - pos_) : nullptr;
+        if (!nul) return noString(length);
+        const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
+        pos_ += n + 1;
+        if (length) *length = n;
+        return start;
+    }
 
 private:
     /// memcpy without a library call for the runs of 4 to 16 bytes that most values and names are.
@@ -194,6 +207,8 @@ private:
 
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
+    /// viewString's failure: no terminator before the end.
+    const char* noString(std::size_t* length);
 
     /// The content is store_[0, size_); the rest of store_ is room to grow into.
     std::vector<uint8_t> store_;
