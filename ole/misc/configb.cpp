@@ -65,12 +65,14 @@ Text copyText(const char* p, unsigned n) {
     return Text::join(p, n, nullptr, 0);
 }
 
-Text makeTag(const char* p, unsigned n) {
-    if (n == 0) return Text();
+// The tag of `n` characters at `p`: one of the shared tags when it is one, else a copy kept in `other`.
+const Text& makeTag(const char* p, unsigned n, Text& other) {
+    if (n == 0) return other;
     for (const Text* known :
          {&tagInt(), &tagDouble(), &tagBool(), &tagCookie(), &tagTextData(), &tagIdStamp()})
         if (known->size() == n && std::memcmp(known->c_str(), p, n) == 0) return *known;
-    return copyText(p, n);
+    other = copyText(p, n);
+    return other;
 }
 
 // A line of text that the reader looks at without copying.
@@ -238,21 +240,16 @@ int configb::setInternal(const Text& name, const Text& value, const Text& typeTa
 
 int configb::store(Text&& name, Text&& value, const Text& typeTag) {
     if (name.empty()) return 0;
-    const caseInsensitiveCompare less;
-    // Text written by asString() arrives in map order, so a new name usually belongs at the end: checking
-    // the last entry first makes reading a sorted record linear instead of a search per line.
-    auto at = entries_.end();
-    if (!entries_.empty() && !less(std::prev(at)->first, name)) {
-        at = entries_.lower_bound(name);
-        if (at != entries_.end() && !less(name, at->first)) {
-            ConfigEntryT& entry = at->second;
-            if (entry.type != typeTag || entry.value == value) return 0;
-            entry.value = std::move(value);
-            set_dirty(true);
-            return 1;
-        }
-    }
-    entries_.emplace_hint(at, std::move(name), ConfigEntryT(typeTag, std::move(value)));
+    // Text written by asString() arrives in map order, so a new name usually belongs at the end: the hint
+    // makes the map try the last entry first, which keeps reading a sorted record linear. try_emplace
+    // leaves name and value alone when the name is there already.
+    const std::size_t before = entries_.size();
+    const auto at = entries_.try_emplace(entries_.end(), std::move(name), typeTag, std::move(value));
+    if (entries_.size() != before) return 1;
+    ConfigEntryT& entry = at->second;
+    if (entry.type != typeTag || entry.value == value) return 0;
+    entry.value = std::move(value);
+    set_dirty(true);
     return 1;
 }
 
@@ -392,47 +389,64 @@ int configb::in(const Text& name, strp_field& out) const {
 
 // Short values met while reading one block, so that a value repeated on many lines (flags, zeros, the same
 // text) shares one block instead of taking a fresh copy per entry. Direct-mapped on length and the first
-// and last characters; a miss just makes a copy.
+// and last characters. A slot remembers the characters it saw last and makes a shared block only when they
+// come again, so values that never repeat (most numbers) cost a plain copy and no reference counting.
 class configb::RecentValues {
 public:
     Text get(const char* p, unsigned n) {
         if (n == 0) return Text();
         if (n > kLongest) return copyText(p, n);
-        Text& slot =
+        Slot& slot =
             slots_[(n * 31u + static_cast<unsigned char>(p[0]) * 7u + static_cast<unsigned char>(p[n - 1])) %
                    kSlots];
-        if (slot.size() != n || std::memcmp(slot.c_str(), p, n) != 0) slot = copyText(p, n);
-        return slot;
+        if (slot.length == n && std::memcmp(slot.text, p, n) == 0) {
+            if (slot.shared.isNull()) slot.shared = copyText(p, n);
+            return slot.shared;
+        }
+        slot.length = n;
+        std::memcpy(slot.text, p, n);
+        if (!slot.shared.isNull()) slot.shared = Text();
+        return copyText(p, n);
     }
 
 private:
     static constexpr unsigned kLongest = 40;
     static constexpr unsigned kSlots = 61;
-    Text slots_[kSlots];
+    struct Slot {
+        unsigned length = 0;
+        char text[kLongest];
+        Text shared;  // a block of `text`, made once the text came a second time
+    };
+    Slot slots_[kSlots];
 };
 
 bool configb::parseLine(const char* p, const char* end, RecentValues& recent) {
     while (p < end && isBlank(*p)) ++p;
     if (p == end || *p == '#') return true;  // blank line or comment
 
-    const char* const tokenEnd = [&] {
-        const char* q = p;
-        while (q < end && !isBlank(*q)) ++q;
-        return q;
-    }();
+    // The name token runs to the first blank. A colon in it splits it into name and tag; a colon further on
+    // belongs to the value.
+    const char* colon = nullptr;
+    const char* tokenEnd = p;
+    for (; tokenEnd < end && !isBlank(*tokenEnd); ++tokenEnd) {
+        if (*tokenEnd == ':' && !colon) colon = tokenEnd;
+    }
     const char* value = tokenEnd;
     while (value < end && isBlank(*value)) ++value;
     const char* valueEnd = end;
     while (valueEnd > value && isBlank(valueEnd[-1])) --valueEnd;
 
-    // A colon in the name token splits it into name and tag; a colon further on belongs to the value.
-    const char* colon = static_cast<const char*>(std::memchr(p, ':', std::size_t(tokenEnd - p)));
     const char* const nameEnd = colon ? colon : tokenEnd;
     const unsigned nameLen = unsigned(nameEnd - p);
     if (nameLen == 0) return true;  // ":tag value" names nothing
-    if (::strncasecmp(p, endStr_.c_str(), nameLen) == 0) return false;
+    // The first characters differ (the 0x20 bit aside, which is all that case folding changes) for all
+    // but the end line, which spares the full comparison on every other line.
+    if ((p[0] | 0x20) == (endStr_.c_str()[0] | 0x20) && ::strncasecmp(p, endStr_.c_str(), nameLen) == 0) {
+        return false;
+    }
 
-    const Text tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1)) : Text();
+    Text otherTag;
+    const Text& tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1), otherTag) : otherTag;
     store(copyText(p, nameLen), recent.get(value, unsigned(valueEnd - value)), tag);
     return true;
 }
