@@ -240,16 +240,21 @@ int configb::setInternal(const Text& name, const Text& value, const Text& typeTa
 
 int configb::store(Text&& name, Text&& value, const Text& typeTag) {
     if (name.empty()) return 0;
-    // Text written by asString() arrives in map order, so a new name usually belongs at the end: the hint
-    // makes the map try the last entry first, which keeps reading a sorted record linear. try_emplace
-    // leaves name and value alone when the name is there already.
-    const std::size_t before = entries_.size();
-    const auto at = entries_.try_emplace(entries_.end(), std::move(name), typeTag, std::move(value));
-    if (entries_.size() != before) return 1;
-    ConfigEntryT& entry = at->second;
-    if (entry.type != typeTag || entry.value == value) return 0;
-    entry.value = std::move(value);
-    set_dirty(true);
+    const caseInsensitiveCompare less;
+    // Text written by asString() arrives in map order, so a new name usually belongs at the end: checking
+    // the last entry first makes reading a sorted record linear instead of a search per line.
+    auto at = entries_.end();
+    if (!entries_.empty() && !less(std::prev(at)->first, name)) {
+        at = entries_.lower_bound(name);
+        if (at != entries_.end() && !less(name, at->first)) {
+            ConfigEntryT& entry = at->second;
+            if (entry.type != typeTag || entry.value == value) return 0;
+            entry.value = std::move(value);
+            set_dirty(true);
+            return 1;
+        }
+    }
+    entries_.emplace_hint(at, std::move(name), ConfigEntryT(typeTag, std::move(value)));
     return 1;
 }
 
@@ -389,35 +394,23 @@ int configb::in(const Text& name, strp_field& out) const {
 
 // Short values met while reading one block, so that a value repeated on many lines (flags, zeros, the same
 // text) shares one block instead of taking a fresh copy per entry. Direct-mapped on length and the first
-// and last characters. A slot remembers the characters it saw last and makes a shared block only when they
-// come again, so values that never repeat (most numbers) cost a plain copy and no reference counting.
+// and last characters; a miss just makes a copy.
 class configb::RecentValues {
 public:
     Text get(const char* p, unsigned n) {
         if (n == 0) return Text();
         if (n > kLongest) return copyText(p, n);
-        Slot& slot =
+        Text& slot =
             slots_[(n * 31u + static_cast<unsigned char>(p[0]) * 7u + static_cast<unsigned char>(p[n - 1])) %
                    kSlots];
-        if (slot.length == n && std::memcmp(slot.text, p, n) == 0) {
-            if (slot.shared.isNull()) slot.shared = copyText(p, n);
-            return slot.shared;
-        }
-        slot.length = n;
-        std::memcpy(slot.text, p, n);
-        if (!slot.shared.isNull()) slot.shared = Text();
-        return copyText(p, n);
+        if (slot.size() != n || std::memcmp(slot.c_str(), p, n) != 0) slot = copyText(p, n);
+        return slot;
     }
 
 private:
     static constexpr unsigned kLongest = 40;
     static constexpr unsigned kSlots = 61;
-    struct Slot {
-        unsigned length = 0;
-        char text[kLongest];
-        Text shared;  // a block of `text`, made once the text came a second time
-    };
-    Slot slots_[kSlots];
+    Text slots_[kSlots];
 };
 
 bool configb::parseLine(const char* p, const char* end, RecentValues& recent) {
