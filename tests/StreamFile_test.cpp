@@ -31,6 +31,29 @@ TEST(StreamFile, PrimitivesAreLittleEndianAtNaturalWidthAndReadBack) {
     EXPECT_TRUE(bytesOf(g) == "a--dXYZW" && g.position() == 3);
 }
 
+// Runs of every length up to 20 (short runs are copied word-wise from both ends), patches in place, and
+// texts read into a string that is reused.
+TEST(StreamFile, RunsOfEveryLengthPatchesAndReusedStrings) {
+    const std::string source = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJ";
+    StreamFile f;
+    for (std::size_t n = 0; n <= 20; ++n) f.write(source.data() + n, n);
+    ASSERT_TRUE(f.seek(0));
+    for (std::size_t n = 0; n <= 20; ++n) {
+        char run[20] = {};
+        EXPECT_TRUE(f.read(run, n) && std::string(run, n) == source.substr(n, n)) << n;
+    }
+    EXPECT_TRUE(f.atEnd() && !f.failed());
+
+    StreamFile g("abcdef", 6);
+    EXPECT_TRUE(g.overwrite(4, "XY", 2) && bytesOf(g) == "abcdXY" && g.position() == 0 && !g.failed());
+    EXPECT_TRUE(!g.overwrite(5, "XY", 2) && g.failed() && bytesOf(g) == "abcdXY");  // past the content
+
+    StreamFile t("rim\0hub cap\0", 12);
+    LightweightString<char> text("wheel");
+    EXPECT_TRUE(t.getString(text) && text == "rim" && t.getString(text) && text == "hub cap");
+    EXPECT_TRUE(!t.getString(text) && text.empty() && t.failed());
+}
+
 TEST(StreamFile, ReadsPastTheEndGiveZerosAndFlagTheStream) {
     StreamFile f("\1\2\3", 3);
     PStream s(&f);

@@ -128,9 +128,11 @@ TEST(Streamable, UnderReadWarnsAndSkipsOverReadFails) {
 
 TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
     const std::string good = packed(makeCircle());
-    std::string badRevision = good, badName = good;
-    badRevision[11] = 7;                          // a base layer of an unknown revision
-    badName[good.find("Circle\0", 40, 7)] = 'K';  // a derived layer under another name
+    std::string badRevision = good, badName = good, badLast = good, badHierarchy = good;
+    badRevision[11] = 7;                              // a base layer of an unknown revision
+    badName[good.find("Circle\0", 40, 7)] = 'K';      // a derived layer under another name
+    badLast[good.find("Circle\0", 40, 7) + 5] = 'E';  // names differing in their last letter
+    badHierarchy[good.find("Shape.Circle") + 11] = 'E';
     Square square;
     Circle c;
     EXPECT_EQ(unpack(square, good),
@@ -139,6 +141,10 @@ TEST(Streamable, WrongClassesAndDamagedDataFailWithAMessage) {
     EXPECT_EQ(
         unpack(c, badName),
         Result(STRM_FAILED, "Expected short name 'Circle' for layer Streamable.Shape.Circle, got Kircle"));
+    EXPECT_EQ(unpack(c, badLast).second,
+              "Expected short name 'Circle' for layer Streamable.Shape.Circle, got CirclE");
+    EXPECT_EQ(unpack(c, badHierarchy).second,
+              "Expected hierarchy Streamable.Shape.Circle, got Streamable.Shape.CirclE");
     for (std::size_t n = 0; n < good.size(); ++n) {  // every truncation fails cleanly with a message
         const Result got = unpack(c, good.substr(0, n));
         EXPECT_TRUE(got.first == STRM_FAILED && !got.second.empty()) << n;

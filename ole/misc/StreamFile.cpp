@@ -78,21 +78,6 @@ void StreamFile::clear() {
     modified_ = true;
 }
 
-bool StreamFile::seek(std::size_t position) {
-    if (position > size_) {
-        failed_ = true;
-        return false;
-    }
-    pos_ = position;
-    return true;
-}
-
-bool StreamFile::skip(std::size_t bytes) {
-    if (bytes > remaining()) return readPastEnd(nullptr, 0);
-    pos_ += bytes;
-    return true;
-}
-
 bool StreamFile::writeSlow(const void* data, std::size_t length) {
     if (!writable_ || (!data && length)) {
         failed_ = true;
@@ -119,7 +104,10 @@ bool StreamFile::writeBinary(const void* data, uint32_t length, bool prefixLengt
     if (!data) {
         length = 0;
     } else if (length == 0) {
-        length = uint32_t(std::strlen(static_cast<const char*>(data)));
+        const std::size_t measured = std::strlen(static_cast<const char*>(data));
+        // A measured text goes out with its own terminator in one write.
+        if (!prefixLength && !raw && measured < 0xFFFFFFFFu) return write(data, measured + 1);
+        length = uint32_t(measured);
     }
     bool ok = true;
     if (prefixLength && !raw) ok = writeValue(length);
@@ -153,19 +141,10 @@ std::size_t StreamFile::readBinary(void* buffer, std::size_t capacity, bool pref
     return kept;
 }
 
-const char* StreamFile::viewString(std::size_t* length) {
-    const std::size_t left = remaining();
-    const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
-    const void* nul = left ? std::memchr(start, 0, left) : nullptr;
-    if (!nul) {
-        readPastEnd(nullptr, 0);
-        if (length) *length = 0;
-        return nullptr;
-    }
-    const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
-    pos_ += n + 1;
-    if (length) *length = n;
-    return start;
+const char* StreamFile::noString(std::size_t* length) {
+    readPastEnd(nullptr, 0);
+    if (length) *length = 0;
+    return nullptr;
 }
 
 LightweightString<char> StreamFile::getString() {

@@ -76,10 +76,21 @@ public:
     // --- position ------------------------------------------------------------------------------------
     std::size_t position() const noexcept { return pos_; }
     /// Any position from 0 to size() is valid; beyond that the seek fails and the position stays.
-    bool seek(std::size_t position);
+    bool seek(std::size_t position) noexcept {
+        if (position > size_) {
+            failed_ = true;
+            return false;
+        }
+        pos_ = position;
+        return true;
+    }
     void seekToEnd() noexcept { pos_ = size_; }
     /// Moves forward; past the end it fails like a read.
-    bool skip(std::size_t bytes);
+    bool skip(std::size_t bytes) {
+        if (bytes > remaining()) return readPastEnd(nullptr, 0);
+        pos_ += bytes;
+        return true;
+    }
     bool atEnd() const noexcept { return pos_ >= size_; }
     std::size_t remaining() const noexcept { return size_ - pos_; }
 
@@ -93,7 +104,7 @@ public:
     bool write(const void* data, std::size_t length) {
         // Fast path: the bytes fit the storage already allocated (overwriting or appending).
         if (length <= store_.size() - pos_ && writable_ && data && length) {
-            std::memcpy(store_.data() + pos_, data, length);
+            copyBytes(store_.data() + pos_, data, length);
             pos_ += length;
             if (pos_ > size_) size_ = pos_;
             modified_ = true;
@@ -101,10 +112,21 @@ public:
         }
         return writeSlow(data, length);
     }
+    /// Writes over bytes already in the stream, leaving the position alone (packing patches its headers
+    /// so). Fails like a write on a read-only stream, and when the bytes are not all within the content.
+    bool overwrite(std::size_t at, const void* data, std::size_t length) {
+        if (!writable_ || at > size_ || length > size_ - at) {
+            failed_ = true;
+            return false;
+        }
+        if (length) std::memcpy(store_.data() + at, data, length);
+        modified_ = true;
+        return true;
+    }
     /// All or nothing (see the failure rules above).
     bool read(void* buffer, std::size_t length) {
         if (length <= size_ - pos_) {
-            if (length) std::memcpy(buffer, store_.data() + pos_, length);
+            copyBytes(buffer, store_.data() + pos_, length);
             pos_ += length;
             return true;
         }
@@ -141,13 +163,52 @@ public:
     /// Reads a NUL-terminated text (as written by writeBinary with neither flag). Without a terminator
     /// before the end it fails and returns "".
     LightweightString<char> getString();
+    /// The same into `text`, reusing its block when it is unshared and large enough; false on failure.
+    bool getString(LightweightString<char>& text) {
+        std::size_t length = 0;
+        const char* found = viewString(&length);
+        text.assign(found, unsigned(length));
+        return found != nullptr;
+    }
     /// Like getString() without copying: a pointer to the text inside the cache (its length in *length
     /// when given), or null on failure.
-    const char* viewString(std::size_t* length = nullptr);
+    const char* viewString(std::size_t* length = nullptr) {
+        const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
+        const void* nul = pos_ < size_ ? std::memchr(start, 0, size_ - pos_) : nullptr;
+        if (!nul) return noString(length);
+        const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
+        pos_ += n + 1;
+        if (length) *length = n;
+        return start;
+    }
 
 private:
+    /// memcpy without a library call for the runs of 4 to 16 bytes that most values and names are.
+    static void copyBytes(void* to, const void* from, std::size_t n) noexcept {
+        char* out = static_cast<char*>(to);
+        const char* in = static_cast<const char*>(from);
+        if (n >= 8 && n <= 16) {
+            copyEnds<uint64_t>(out, in, n);
+        } else if (n >= 4 && n < 8) {
+            copyEnds<uint32_t>(out, in, n);
+        } else if (n) {
+            std::memcpy(out, in, n);
+        }
+    }
+    /// Copies n bytes (sizeof(Word) <= n <= 2 * sizeof(Word)) as two words, possibly overlapping.
+    template <class Word>
+    static void copyEnds(char* out, const char* in, std::size_t n) noexcept {
+        Word head, tail;
+        std::memcpy(&head, in, sizeof head);
+        std::memcpy(&tail, in + n - sizeof tail, sizeof tail);
+        std::memcpy(out, &head, sizeof head);
+        std::memcpy(out + n - sizeof tail, &tail, sizeof tail);
+    }
+
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
+    /// viewString's failure: no terminator before the end.
+    const char* noString(std::size_t* length);
 
     /// The content is store_[0, size_); the rest of store_ is room to grow into.
     std::vector<uint8_t> store_;

@@ -65,12 +65,14 @@ Text copyText(const char* p, unsigned n) {
     return Text::join(p, n, nullptr, 0);
 }
 
-Text makeTag(const char* p, unsigned n) {
-    if (n == 0) return Text();
+// The tag of `n` characters at `p`: one of the shared tags when it is one, else a copy kept in `other`.
+const Text& makeTag(const char* p, unsigned n, Text& other) {
+    if (n == 0) return other;
     for (const Text* known :
          {&tagInt(), &tagDouble(), &tagBool(), &tagCookie(), &tagTextData(), &tagIdStamp()})
         if (known->size() == n && std::memcmp(known->c_str(), p, n) == 0) return *known;
-    return copyText(p, n);
+    other = copyText(p, n);
+    return other;
 }
 
 // A line of text that the reader looks at without copying.
@@ -415,24 +417,29 @@ bool configb::parseLine(const char* p, const char* end, RecentValues& recent) {
     while (p < end && isBlank(*p)) ++p;
     if (p == end || *p == '#') return true;  // blank line or comment
 
-    const char* const tokenEnd = [&] {
-        const char* q = p;
-        while (q < end && !isBlank(*q)) ++q;
-        return q;
-    }();
+    // The name token runs to the first blank. A colon in it splits it into name and tag; a colon further on
+    // belongs to the value.
+    const char* colon = nullptr;
+    const char* tokenEnd = p;
+    for (; tokenEnd < end && !isBlank(*tokenEnd); ++tokenEnd) {
+        if (*tokenEnd == ':' && !colon) colon = tokenEnd;
+    }
     const char* value = tokenEnd;
     while (value < end && isBlank(*value)) ++value;
     const char* valueEnd = end;
     while (valueEnd > value && isBlank(valueEnd[-1])) --valueEnd;
 
-    // A colon in the name token splits it into name and tag; a colon further on belongs to the value.
-    const char* colon = static_cast<const char*>(std::memchr(p, ':', std::size_t(tokenEnd - p)));
     const char* const nameEnd = colon ? colon : tokenEnd;
     const unsigned nameLen = unsigned(nameEnd - p);
     if (nameLen == 0) return true;  // ":tag value" names nothing
-    if (::strncasecmp(p, endStr_.c_str(), nameLen) == 0) return false;
+    // The first characters differ (the 0x20 bit aside, which is all that case folding changes) for all
+    // but the end line, which spares the full comparison on every other line.
+    if ((p[0] | 0x20) == (endStr_.c_str()[0] | 0x20) && ::strncasecmp(p, endStr_.c_str(), nameLen) == 0) {
+        return false;
+    }
 
-    const Text tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1)) : Text();
+    Text otherTag;
+    const Text& tag = colon ? makeTag(colon + 1, unsigned(tokenEnd - colon - 1), otherTag) : otherTag;
     store(copyText(p, nameLen), recent.get(value, unsigned(valueEnd - value)), tag);
     return true;
 }

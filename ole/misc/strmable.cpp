@@ -17,27 +17,70 @@ bool succeeded(int result) {
 
 // A chunk header as read from the stream. The name points into the stream's cache.
 struct ChunkHeader {
-    const char* name = nullptr;
-    std::size_t nameLength = 0;
-    uint32_t major = 0;
-    uint32_t minor = 0;
-    uint32_t ownSize = 0;
-    uint32_t totalSize = 0;
-    std::size_t dataStart = 0;
+    const char* name;
+    std::size_t nameLength;
+    uint32_t major;
+    uint32_t minor;
+    uint32_t ownSize;
+    uint32_t totalSize;
+    std::size_t dataStart;
 
     std::size_t ownEnd() const { return dataStart + ownSize; }
     std::size_t end() const { return dataStart + totalSize; }
-    bool named(const char* expected) const {
-        return std::strlen(expected) == nameLength && std::memcmp(expected, name, nameLength) == 0;
+    bool named(const char* expected, std::size_t length) const {
+        return length == nameLength && std::memcmp(expected, name, length) == 0;
     }
 };
 
 enum class HeaderStatus { Ok, EndOfFile, OversizedMajor, OversizedMinor, BadSizes };
 
-HeaderStatus readHeader(PStream& s, ChunkHeader& h) {
+// The fixed part of a current header after the name: two revision bytes and two 32-bit sizes.
+constexpr std::size_t kFixedHeaderBytes = 10;
+
+// memcmp(a, b, n) == 0 for the short names of headers: a few word compares instead of a library call.
+inline bool sameBytes(const void* a, const void* b, std::size_t n) {
+    const char* x = static_cast<const char*>(a);
+    const char* y = static_cast<const char*>(b);
+    auto word = [](const char* p) {
+        uint64_t w;
+        std::memcpy(&w, p, sizeof w);
+        return w;
+    };
+    auto half = [](const char* p) {
+        uint32_t w;
+        std::memcpy(&w, p, sizeof w);
+        return w;
+    };
+    if (n >= 8) {  // whole words, the last one overlapping the one before
+        for (std::size_t i = 0; i + 8 < n; i += 8) {
+            if (word(x + i) != word(y + i)) return false;
+        }
+        return word(x + n - 8) == word(y + n - 8);
+    }
+    if (n >= 4) return half(x) == half(y) && half(x + n - 4) == half(y + n - 4);
+    return std::memcmp(x, y, n) == 0;
+}
+
+// Steps over `text` (`length` characters and a 0 byte) when the stream holds it at its position. Names
+// read back are nearly always the expected ones; this checks them without searching for the terminator.
+inline bool takeText(StreamFile& f, const char* text, std::size_t length) {
+    if (f.remaining() <= length || !sameBytes(f.data() + f.position(), text, length + 1)) return false;
+    f.skip(length + 1);
+    return true;
+}
+
+// Reads a header. When `expected` (a layer name of `expectedLength` characters) is there it is taken
+// directly; any other name is read as it is, for the caller to report.
+HeaderStatus readHeader(PStream& s, ChunkHeader& h, const char* expected = nullptr,
+                        std::size_t expectedLength = 0) {
     StreamFile& f = *s.file();
-    h.name = f.viewString(&h.nameLength);
-    if (!h.name) return HeaderStatus::EndOfFile;
+    h.name = reinterpret_cast<const char*>(f.data()) + f.position();
+    if (expected && takeText(f, expected, expectedLength)) {
+        h.nameLength = expectedLength;
+    } else {
+        h.name = f.viewString(&h.nameLength);
+        if (!h.name) return HeaderStatus::EndOfFile;
+    }
     if (s.streamVersion() == PStream::kStrm10Version) {
         DynamicIntegralStorage<unsigned char, unsigned short> major;
         DynamicIntegralStorage<unsigned short, unsigned int> minor;
@@ -49,10 +92,12 @@ HeaderStatus readHeader(PStream& s, ChunkHeader& h) {
         h.totalSize = f.readValue<uint32_t>();
         h.ownSize = f.readValue<uint32_t>();
     } else {
-        h.major = f.readValue<uint8_t>();
-        h.minor = f.readValue<uint8_t>();
-        h.ownSize = f.readValue<uint32_t>();
-        h.totalSize = f.readValue<uint32_t>();
+        if (!f.skip(kFixedHeaderBytes)) return HeaderStatus::EndOfFile;
+        const uint8_t* fixed = f.data() + f.position() - kFixedHeaderBytes;  // read in place
+        h.major = fixed[0];
+        h.minor = fixed[1];
+        std::memcpy(&h.ownSize, fixed + 2, sizeof h.ownSize);
+        std::memcpy(&h.totalSize, fixed + 6, sizeof h.totalSize);
     }
     if (f.failed()) return HeaderStatus::EndOfFile;
     h.dataStart = f.position();
@@ -61,11 +106,34 @@ HeaderStatus readHeader(PStream& s, ChunkHeader& h) {
     return HeaderStatus::Ok;
 }
 
+// The common case of readHeader, kept small enough to inline: a whole, consistent current-format header
+// named `layer`. Anything else leaves the stream as it was and returns false for readHeader to handle.
+inline bool readExpectedHeader(PStream& s, const StreamableLayer& layer, ChunkHeader& h) {
+    StreamFile& f = *s.file();
+    const std::size_t nameBytes = layer.nameLength + 1;
+    const std::size_t headerBytes = nameBytes + kFixedHeaderBytes;
+    const uint8_t* at = f.data() + f.position();
+    if (s.streamVersion() != PStream::kCurrentVersion || f.failed() || f.remaining() < headerBytes ||
+        !sameBytes(at, layer.name, nameBytes)) {
+        return false;
+    }
+    h.name = reinterpret_cast<const char*>(at);
+    h.nameLength = layer.nameLength;
+    h.major = at[nameBytes];
+    h.minor = at[nameBytes + 1];
+    std::memcpy(&h.ownSize, at + nameBytes + 2, sizeof h.ownSize);
+    std::memcpy(&h.totalSize, at + nameBytes + 6, sizeof h.totalSize);
+    h.dataStart = f.position() + headerBytes;
+    if (h.ownSize > h.totalSize || h.totalSize > f.size() - h.dataStart) return false;
+    f.skip(headerBytes);
+    return true;
+}
+
 // "Streamable.Shape" for index 1 of Streamable, Shape, Circle.
 void appendLayerPath(GrowString& out, const StreamableLayerList& layers, unsigned index) {
     for (unsigned i = 0; i <= index && i < layers.size(); ++i) {
         if (i) out.append('.');
-        out.append(layers[i].name);
+        out.append(layers[i].name, layers[i].nameLength);
     }
 }
 
@@ -74,24 +142,9 @@ LightweightString<char> joinLayers(const StreamableLayerList& layers, unsigned f
     LightweightString<char> name;
     for (unsigned i = first; i < last; ++i) {
         if (i > first) name += ".";
-        name += layers[i].name;
+        name.append(layers[i].name, unsigned(layers[i].nameLength));
     }
     return name;
-}
-
-// Whether `text` is the hierarchy below the root: layer names 1..n-1 joined with ".".
-bool hierarchyMatches(const StreamableLayerList& layers, const char* text, std::size_t length) {
-    std::size_t at = 0;
-    for (unsigned i = 1; i < layers.size(); ++i) {
-        if (i > 1) {
-            if (at >= length || text[at] != '.') return false;
-            ++at;
-        }
-        const std::size_t n = std::strlen(layers[i].name);
-        if (n > length - at || std::memcmp(text + at, layers[i].name, n) != 0) return false;
-        at += n;
-    }
-    return at == length;
 }
 
 int fail(PStream& s) {
@@ -105,10 +158,11 @@ int failEndOfFile(PStream& s, const Streamable& object, const char* layer) {
     return fail(s);
 }
 
-// After a layer's reading: a run off the end of the file or beyond `end` fails; stopping short of `end`
-// warns and skips the rest, so that data written by a newer revision is passed over.
-bool checkChunkEnd(PStream& s, const Streamable& object, const char* layer, const ChunkHeader& h,
-                   std::size_t end, uint32_t size) {
+// After a layer's reading, when it did not stop exactly at `end`: a run off the end of the file or beyond
+// `end` fails; stopping short of `end` warns and skips the rest, so that data written by a newer revision
+// is passed over.
+[[gnu::noinline]] bool reportChunkEnd(PStream& s, const Streamable& object, const char* layer,
+                                      const ChunkHeader& h, std::size_t end, uint32_t size) {
     StreamFile& f = *s.file();
     if (s.error()) {
         if (f.failed()) failEndOfFile(s, object, layer);
@@ -131,6 +185,11 @@ bool checkChunkEnd(PStream& s, const Streamable& object, const char* layer, cons
         f.seek(end);
     }
     return true;
+}
+
+inline bool checkChunkEnd(PStream& s, const Streamable& object, const char* layer, const ChunkHeader& h,
+                          std::size_t end, uint32_t size) {
+    return (s.position() == end && !s.error()) || reportChunkEnd(s, object, layer, h, end, size);
 }
 
 int packBaseLayer(const Streamable& object, PStream& s) {
@@ -171,58 +230,29 @@ bool PStream::readStreamMarker() {
 
 // --- layers ---------------------------------------------------------------------------------------------
 
+void StreamableLayerList::push(const StreamableLayer& layer) {
+    if (!QV_ASSERT_AT(count_ < kMaxLayers, "ole/misc/strmable", 175)) return;
+    if (count_ > 1) belowRoot_.push_back('.');
+    if (count_ > 0) belowRoot_.append(layer.name, unsigned(layer.nameLength));
+    layers_[count_++] = layer;
+}
+
 void BaseTraits::collectLayers(StreamableLayerList& layers) {
-    layers.push(StreamableLayer{Streamable::kLayerName, &packBaseLayer, &unpackBaseLayer});
+    layers.push(StreamableLayer{Streamable::kLayerName, std::strlen(Streamable::kLayerName), &packBaseLayer,
+                                &unpackBaseLayer});
 }
 
-int BaseTraits::packHeaderAndObject(const Streamable& object, PStream& s, const StreamableLayerList& layers,
-                                    unsigned index) {
-    StreamFile& f = *s.file();
-    const StreamableLayer& layer = layers[index];
+namespace {
 
-    // Header with placeholders; the real revision and sizes are known only after the nested layers.
-    object.setRevision(1, 0);
-    f.writeBinary(layer.name, 0, false, false);
-    const std::size_t patchAt = f.position();
-    f.writeValue(uint8_t(1));
-    f.writeValue(uint8_t(0));
-    f.writeValue(uint32_t(0xFFFFFFFF));
-    f.writeValue(uint32_t(0xFFFFFFFF));
-    const std::size_t dataStart = f.position();
-
-    object.activeLayers_ = &layers;
-    object.activeLayer_ = index;
-    object.setChunk(dataStart, 0, 0);
-    int result = layer.pack(object, s);
-    if (!succeeded(result)) return result;
-    const unsigned char major = object.majorRevision();
-    const unsigned char minor = object.minorRevision();
-    const std::size_t ownEnd = f.position();
-
-    if (index + 1 < layers.size()) {
-        result = packHeaderAndObject(object, s, layers, index + 1);
-        if (!succeeded(result)) return result;
-    }
-
-    const std::size_t end = f.position();
-    if (ownEnd < dataStart || end < ownEnd || end - dataStart > 0xFFFFFFFFu) return fail(s);
-    f.seek(patchAt);
-    f.writeValue(uint8_t(major));
-    f.writeValue(uint8_t(minor));
-    f.writeValue(uint32_t(ownEnd - dataStart));
-    f.writeValue(uint32_t(end - dataStart));
-    f.seek(end);
-    return s.error() ? STRM_FAILED : STRM_OK;
-}
-
-int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const StreamableLayerList& layers,
-                                      unsigned index) {
-    StreamFile& f = *s.file();
+// Reads the header of layers[index] the general way and reports what is wrong with it: STRM_OK when it is
+// fine after all (an old-format header), else the failure.
+int readLayerHeader(Streamable& object, PStream& s, const StreamableLayerList& layers, unsigned index,
+                    ChunkHeader& h) {
     const char* layer = layers[index].name;
-    if (f.atEnd()) return failEndOfFile(s, object, layer);
+    const std::size_t layerLength = layers[index].nameLength;
+    if (s.file()->atEnd()) return failEndOfFile(s, object, layer);
 
-    ChunkHeader h;
-    switch (readHeader(s, h)) {
+    switch (readHeader(s, h, layer, layerLength)) {
         case HeaderStatus::Ok:
             break;
         case HeaderStatus::EndOfFile:
@@ -241,11 +271,68 @@ int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const Stre
                 object.shortLayerName(), layer, unsigned(h.ownSize), unsigned(h.totalSize));
             return fail(s);
     }
-    if (!h.named(layer)) {
+    if (!h.named(layer, layerLength)) {
         s.messages().append("Expected short name '").append(layer).append("' for layer ");
         appendLayerPath(s.messages(), layers, index);
         s.messages().append(", got ").append(h.name, h.nameLength);
         return fail(s);
+    }
+    return STRM_OK;
+}
+
+// The object was packed without the derived layer `index` that this class expects.
+int failMissingLayer(PStream& s, const StreamableLayerList& layers, unsigned index) {
+    s.messages().append("Expected short name '").append(layers[index].name).append("' for layer ");
+    appendLayerPath(s.messages(), layers, index);
+    s.messages().append(", got ");
+    return fail(s);
+}
+
+}  // namespace
+
+int BaseTraits::packHeaderAndObject(const Streamable& object, PStream& s, const StreamableLayerList& layers,
+                                    unsigned index) {
+    static constexpr uint8_t kPlaceholder[kFixedHeaderBytes] = {1,    0,    0xFF, 0xFF, 0xFF,
+                                                                0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    StreamFile& f = *s.file();
+    const StreamableLayer& layer = layers[index];
+
+    // Header with placeholders; the real revision and sizes are known only after the nested layers.
+    object.setRevision(1, 0);
+    f.write(layer.name, layer.nameLength + 1);  // with its terminator
+    const std::size_t patchAt = f.position();
+    f.write(kPlaceholder, sizeof kPlaceholder);
+    const std::size_t dataStart = f.position();
+
+    object.activeLayers_ = &layers;
+    object.activeLayer_ = index;
+    object.setChunk(dataStart, 0, 0);
+    int result = layer.pack(object, s);
+    if (!succeeded(result)) return result;
+    uint8_t fixed[kFixedHeaderBytes] = {object.majorRevision(), object.minorRevision()};
+    const std::size_t ownEnd = f.position();
+
+    if (index + 1 < layers.size()) {
+        result = packHeaderAndObject(object, s, layers, index + 1);
+        if (!succeeded(result)) return result;
+    }
+
+    const std::size_t end = f.position();
+    if (ownEnd < dataStart || end < ownEnd || end - dataStart > 0xFFFFFFFFu) return fail(s);
+    const uint32_t sizes[2] = {uint32_t(ownEnd - dataStart), uint32_t(end - dataStart)};
+    std::memcpy(fixed + 2, sizes, sizeof sizes);
+    f.overwrite(patchAt, fixed, sizeof fixed);
+    return s.error() ? STRM_FAILED : STRM_OK;
+}
+
+int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const StreamableLayerList& layers,
+                                      unsigned index) {
+    StreamFile& f = *s.file();
+    const char* layer = layers[index].name;
+    ChunkHeader h;
+    if (!readExpectedHeader(s, layers[index], h)) {
+        const int result = readLayerHeader(object, s, layers, index, h);
+        if (result != STRM_OK) return result;
     }
 
     object.setRevision(static_cast<unsigned char>(h.major), static_cast<unsigned char>(h.minor));
@@ -258,16 +345,7 @@ int BaseTraits::unpackHeaderAndObject(Streamable& object, PStream& s, const Stre
     if (!checkChunkEnd(s, object, layer, h, h.ownEnd(), h.ownSize)) return STRM_FAILED;
 
     if (index + 1 < layers.size()) {
-        if (f.position() >= h.end()) {
-            // The object was packed without the derived layers this class expects.
-            s.messages()
-                .append("Expected short name '")
-                .append(layers[index + 1].name)
-                .append("' for layer ");
-            appendLayerPath(s.messages(), layers, index + 1);
-            s.messages().append(", got ");
-            return fail(s);
-        }
+        if (f.position() >= h.end()) return failMissingLayer(s, layers, index + 1);
         result = unpackHeaderAndObject(object, s, layers, index + 1);
         if (!succeeded(result)) return result;
     }
@@ -290,8 +368,7 @@ const char* Streamable::layerName() const {
 
 void Streamable::STRM_L_Streamable_buildHierarchyName(LightweightString<char>& name, bool includeRoot,
                                                       bool includeSelf) const {
-    StreamableLayerList layers;
-    STRM_collectLayers(layers);
+    const StreamableLayerList& layers = STRM_layers();
     const unsigned count = layers.size();
     name = joinLayers(layers, includeRoot ? 0 : 1, includeSelf ? count : count - 1);
 }
@@ -307,23 +384,11 @@ LightweightString<char> Streamable::subHierarchyName(bool includeRoot, bool incl
     return joinLayers(*activeLayers_, includeRoot ? 0 : 1, includeSelf ? activeLayer_ + 1 : activeLayer_);
 }
 
-const StreamableLayerList* Streamable::layersInUse(StreamableLayerList& scratch) const {
-    if (activeLayers_) return activeLayers_;
-    STRM_collectLayers(scratch);
-    return &scratch;
-}
-
 int Streamable::pack(PStream& s) const {
     setRevision(2, 0);
-    StreamableLayerList collected;
-    const StreamableLayerList* layers = layersInUse(collected);
-    // The hierarchy below the root, written piece by piece: "Shape.Circle" and a 0 byte.
-    StreamFile& f = *s.file();
-    for (unsigned i = 1; i < layers->size(); ++i) {
-        if (i > 1) f.writeValue('.');
-        f.writeBinary((*layers)[i].name, 0, false, true);
-    }
-    f.writeValue(char(0));
+    // The hierarchy below the root as a NUL-terminated text, e.g. "Shape.Circle".
+    const LightweightString<char>& hierarchy = layersInUse().belowRoot();
+    s.file()->write(hierarchy.c_str(), hierarchy.size() + 1);
     return s.error() ? STRM_FAILED : STRM_OK;
 }
 
@@ -333,19 +398,16 @@ int Streamable::unpack(PStream& s) {
         s.messages().append("Unrecognized version for Streamable base");
         return fail(s);
     }
+    const LightweightString<char>& expected = layersInUse().belowRoot();
+    if (takeText(*s.file(), expected.c_str(), expected.size())) return STRM_OK;
+
     std::size_t length = 0;
     const char* got = s.file()->viewString(&length);
     if (!got) return STRM_OK;  // the chunk check reports the end of the file
-
-    StreamableLayerList collected;
-    const StreamableLayerList* layers = layersInUse(collected);
-    if (!hierarchyMatches(*layers, got, length)) {
-        const std::string read(got, length);
-        s.messages().appendf("Expected hierarchy Streamable.%s, got Streamable.%s",
-                             joinLayers(*layers, 1, layers->size()).c_str(), read.c_str());
-        return fail(s);
-    }
-    return STRM_OK;
+    const std::string read(got, length);
+    s.messages().appendf("Expected hierarchy Streamable.%s, got Streamable.%s", expected.c_str(),
+                         read.c_str());
+    return fail(s);
 }
 
 int Streamable::STRM_hierarchyPack(PStream& s) const {
@@ -354,9 +416,7 @@ int Streamable::STRM_hierarchyPack(PStream& s) const {
         s.messages().append("Error: Objects are packed in the current stream format only.\n");
         return fail(s);
     }
-    StreamableLayerList layers;
-    STRM_collectLayers(layers);
-    const int result = BaseTraits::packHeaderAndObject(*this, s, layers, 0);
+    const int result = BaseTraits::packHeaderAndObject(*this, s, STRM_layers(), 0);
     activeLayers_ = nullptr;
     activeLayer_ = 0;
     return result;
@@ -367,9 +427,7 @@ int Streamable::STRM_hierarchyUnpack(PStream& s) {
         s.messages().append("Warning: Attempted to unpack from a stream with error flagged!\n");
         return STRM_FAILED;
     }
-    StreamableLayerList layers;
-    STRM_collectLayers(layers);
-    const int result = BaseTraits::unpackHeaderAndObject(*this, s, layers, 0);
+    const int result = BaseTraits::unpackHeaderAndObject(*this, s, STRM_layers(), 0);
     activeLayers_ = nullptr;
     activeLayer_ = 0;
     return result;
@@ -394,8 +452,13 @@ void Streamable::assign(const Streamable&) {
     Qv::assertionFailed("assign is not supported by this class", "ole/misc/strmable", 124);
 }
 
-void Streamable::STRM_collectLayers(StreamableLayerList& layers) const {
-    BaseTraits::collectLayers(layers);
+const StreamableLayerList& Streamable::STRM_layers() const {
+    static const StreamableLayerList layers = [] {
+        StreamableLayerList collected;
+        BaseTraits::collectLayers(collected);
+        return collected;
+    }();
+    return layers;
 }
 
 Streamable* Streamable::STRM_makeNew() const {
@@ -408,9 +471,10 @@ StreamObjectInfo::StreamObjectInfo(PStream& s) {
     if (s.error()) return;
     StreamFile& f = *s.file();
     const std::size_t start = f.position();
-    ChunkHeader h;
-    bool ok = readHeader(s, h) == HeaderStatus::Ok && h.named(Streamable::kLayerName) &&
-              (h.major == 1 || h.major == 2);
+    ChunkHeader h{};
+    const std::size_t rootLength = std::strlen(Streamable::kLayerName);
+    bool ok = readHeader(s, h, Streamable::kLayerName, rootLength) == HeaderStatus::Ok &&
+              h.named(Streamable::kLayerName, rootLength) && (h.major == 1 || h.major == 2);
     if (ok) {
         majorRevision = static_cast<unsigned char>(h.major);
         minorRevision = static_cast<unsigned char>(h.minor);
@@ -425,7 +489,7 @@ StreamObjectInfo::StreamObjectInfo(PStream& s) {
             std::size_t chunkEnd = h.end();
             f.seek(h.ownEnd());
             for (unsigned depth = 1; ok && f.position() < chunkEnd; ++depth) {
-                ChunkHeader inner;
+                ChunkHeader inner{};
                 ok = depth < StreamableLayerList::kMaxLayers && readHeader(s, inner) == HeaderStatus::Ok &&
                      inner.end() <= chunkEnd;
                 if (!ok) break;

@@ -59,6 +59,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
 #include <type_traits>
 
 /// Results of pack and unpack functions.
@@ -140,6 +141,7 @@ public:
         return file_->readBinary(buffer, capacity, prefixLength, raw);
     }
     LightweightString<char> getString() { return file_->getString(); }
+    bool getString(LightweightString<char>& text) { return file_->getString(text); }
 
 private:
     StreamFile* file_;
@@ -186,28 +188,31 @@ private:
 
 class Streamable;
 
-/// One layer of a packable class: its name and its own pack and unpack.
+/// One layer of a packable class: its name (and its length, so that headers are written and checked
+/// without measuring it again) and its own pack and unpack.
 struct StreamableLayer {
     const char* name;
+    std::size_t nameLength;
     int (*pack)(const Streamable&, PStream&);
     int (*unpack)(Streamable&, PStream&);
 };
 
-/// The layers of one object, base class first. Hierarchies deeper than kMaxLayers are a programming error
-/// (an assertion line; the extra layers are left out).
+/// The layers of one object, base class first, and the names below the base joined with "." (what the
+/// base layer packs, e.g. "Shape.Circle"). Hierarchies deeper than kMaxLayers are a programming error (an
+/// assertion line; the extra layers are left out).
 class OLE_API StreamableLayerList {
 public:
     static constexpr unsigned kMaxLayers = 16;
 
-    void push(const StreamableLayer& layer) {
-        if (QV_ASSERT_AT(count_ < kMaxLayers, "ole/misc/strmable", 175)) layers_[count_++] = layer;
-    }
+    void push(const StreamableLayer& layer);
     unsigned size() const noexcept { return count_; }
     const StreamableLayer& operator[](unsigned i) const noexcept { return layers_[i]; }
+    const LightweightString<char>& belowRoot() const noexcept { return belowRoot_; }
 
 private:
     StreamableLayer layers_[kMaxLayers];
     unsigned count_ = 0;
+    LightweightString<char> belowRoot_;
 };
 
 /// Where the chunk of the layer being packed or unpacked lies in the stream.
@@ -281,16 +286,16 @@ public:
     /// support it override this.
     virtual void assign(const Streamable& other);
 
-    /// Supplied by StreamableClass for each class.
-    virtual void STRM_collectLayers(StreamableLayerList& layers) const;
+    /// The layers of the object's class, base first; supplied by StreamableClass, built once per class.
+    virtual const StreamableLayerList& STRM_layers() const;
     /// A new default object of the same class (null when the class has no default constructor).
     virtual Streamable* STRM_makeNew() const;
 
 private:
     friend struct StreamableTraits<Streamable, void>;
 
-    /// The layers being packed or unpacked, else the object's own collected into `scratch`.
-    const StreamableLayerList* layersInUse(StreamableLayerList& scratch) const;
+    /// The layers being packed or unpacked, else the object's own.
+    const StreamableLayerList& layersInUse() const { return activeLayers_ ? *activeLayers_ : STRM_layers(); }
 
     mutable unsigned char revMajor_ = 1;
     mutable unsigned char revMinor_ = 0;
@@ -324,7 +329,8 @@ struct StreamableTraits {
                 std::is_same_v<decltype(&T::unpack), int (T::*)(PStream&)>,
             "every packable class declares its own int pack(PStream&) const and int unpack(PStream&)");
         StreamableTraits<Base, typename Base::STRM_Base>::collectLayers(layers);
-        layers.push(StreamableLayer{T::kLayerName, &packLayer, &unpackLayer});
+        layers.push(StreamableLayer{T::kLayerName, std::char_traits<char>::length(T::kLayerName), &packLayer,
+                                    &unpackLayer});
     }
 };
 
@@ -336,8 +342,13 @@ public:
     using STRM_Base = Base;
 
     const char* shortLayerName() const override { return T::kLayerName; }
-    void STRM_collectLayers(StreamableLayerList& layers) const override {
-        StreamableTraits<T, Base>::collectLayers(layers);
+    const StreamableLayerList& STRM_layers() const override {
+        static const StreamableLayerList layers = [] {
+            StreamableLayerList collected;
+            StreamableTraits<T, Base>::collectLayers(collected);
+            return collected;
+        }();
+        return layers;
     }
     Streamable* STRM_makeNew() const override {
         if constexpr (std::is_default_constructible_v<T>) {

@@ -38,7 +38,7 @@ public:
     }
     int unpack(PStream& s) {
         radius = s.getDouble();
-        label = s.getString();
+        s.getString(label);
         return STRM_OK;
     }
     double radius = 0;
