@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <deque>
@@ -133,9 +134,11 @@ TYPED_TEST(StringTest, WritesAndResizesCopyOnlyAChangedSharedBlock) {
     S kept = this->s("hello");
     kept.resize(3);
     EXPECT_EQ(this->str(kept), this->lit("hel"));
+    { const S dirt = this->s("xxxxxxxxxxxxxxx"); }  // frees a block of the size resize takes next
     kept.resize(10);
     EXPECT_TRUE(kept.capacity() == 16u && kept.size() == 10u &&
-                this->str(kept.substr(0, 3)) == this->lit("hel"));
+                this->str(kept.substr(0, 3)) == this->lit("hel") &&
+                std::all_of(kept.c_str() + 3, kept.c_str() + 10, [](TypeParam c) { return c == 0; }));
     S sharesKept = kept;
     kept.resize(2);
     EXPECT_EQ(this->str(kept) + this->str(sharesKept.substr(0, 3)), this->lit("hehel"));

@@ -2,6 +2,8 @@
 
 #include <ole/misc/Cookie.h>
 
+#include "support/StdoutCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -176,6 +178,16 @@ TEST(Notifiable, QueuesBodiesForLater) {
     r.processBuffered();
     EXPECT_EQ(r.got, (std::vector<std::string>{"n:one", "n:shared", "d:destroy!"}));
     EXPECT_EQ(r.numBuffered() + 10 * other.numBuffered(), 10u);
+}
+
+TEST(DLList, RefusesRecordsOfOtherListsWithItsAssertionLines) {
+    DLList a, b;
+    DLListRec rec;
+    a.append(&rec);
+    EXPECT_EQ(oletest::stdoutOf([&] { b.remove(&rec), a.append(&rec); }),
+              "assertion failed rec->list_ == this at ole/Qv/DLList line 64\n"
+              "assertion failed !rec->isLinked() at ole/Qv/DLList line 51\n");
+    EXPECT_TRUE(rec.list() == &a && a.count() == 1 && b.empty());
 }
 
 // The first registration numbers every issue; each probe must see a gap-free run of numbers starting and
