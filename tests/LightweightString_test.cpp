@@ -179,7 +179,9 @@ TYPED_TEST(StringTest, JoinOwnBufferAsSourceAndCompare) {
         EXPECT_EQ(std::make_tuple(S(left) == S(right), S(left) != right, S(left) < S(right)),
                   std::make_tuple(sign == 0, sign != 0, sign < 0));
     }
-    EXPECT_EQ(S::compare(static_cast<const TypeParam*>(nullptr), this->t("a")), -1);
+    const TypeParam* const none = nullptr;
+    EXPECT_EQ(std::make_pair(S::compare(none, this->t("a")), S::compare(this->t("a"), none)),
+              std::make_pair(-1, 1));
 
     std::map<S, int> byName{{this->s("pear"), 1}, {S(), 2}, {this->s("Zebra"), 3}};
     byName[this->s("")] = 4;
