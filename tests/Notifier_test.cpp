@@ -105,7 +105,8 @@ TEST(Notifier, CallbacksMayChangeTheNotifierCallingThem) {
     victim = n.registerNotification(tagger(log, "v"), kAny);
 
     EXPECT_EQ(fire(n, log, kAny), "sk");  // the victim is skipped, the newcomer waits for the next issue
-    EXPECT_EQ(n.numRegistrations(), 2u);
+    EXPECT_EQ(n.numRegistrations() + 10 * Fn<NotifyMsg>::live, 22u)
+        << "the dropped ones are freed at the end";
     EXPECT_EQ(fire(n, log, kAny), "ka");
 
     // A nested issue from a callback runs to completion inside the outer one.
@@ -135,7 +136,7 @@ TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
                                        kAny);
     }
     EXPECT_TRUE(destroyValue == 0 && polite == nullptr && plain == nullptr &&
-                Fn<NotifierEvent<int>>::live == 1);
+                NotifierEvent<int>().type == 0 && Fn<NotifierEvent<int>>::live == 1);
     stubborn.reset();  // outlived its notifier: releasing it only frees the callback
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 0);
 }
