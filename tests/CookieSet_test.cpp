@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <string>
 #include <vector>
 
 void PrintTo(const Cookie& c, std::ostream* os) {
@@ -87,6 +88,8 @@ TEST(CookieSet, OrderedDistinctAndCopiedOnWrite) {
     GrowString text;
     b.rep().printOn(text);
     EXPECT_STREQ(text.c_str(), "S05B0007,P00B002S,E~0~0001");
+    text.appendf("%300s|", "");  // longer than the stack buffer: formatted a second time at its size
+    EXPECT_EQ(std::string(text.c_str()), "S05B0007,P00B002S,E~0~0001" + std::string(300, ' ') + "|");
 
     // Listeners hear each cookie added; streams round-trip.
     CookieSet set;

@@ -86,8 +86,9 @@ TEST(Cmd, HandlesShareCountAndCompareSimpleAndCompoundCommandsRun) {
     const Cmd<NoCtx, ThreadSafe> fails = note<ThreadSafe>(ran, 0, false);
     for (int id : {50, 11, 52, 33})  // priority, then insertion index
         ordered.add(note<ThreadSafe>(ran, id), id / 10), arrival.add(note<ThreadSafe>(ran, id / 10), id / 10);
+    ordered.add(note<ThreadSafe>(ran, 1)), ordered.add(note<ThreadSafe>(ran, 2), 0);  // the default is 0
     EXPECT_TRUE(ordered.execute(none));
-    EXPECT_EQ(ran, (std::vector<int>{11, 33, 50, 52}));  // ascending, equal priorities in order added
+    EXPECT_EQ(ran, (std::vector<int>{1, 2, 11, 33, 50, 52}));  // ascending, equal priorities in order added
     for (const auto& extra : {fails, Cmd<NoCtx, ThreadSafe>(), note<ThreadSafe>(ran, 9)})
         arrival.add(extra, 0);
     for (bool stop : {false, true}) {

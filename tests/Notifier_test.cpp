@@ -2,6 +2,8 @@
 
 #include <ole/misc/Cookie.h>
 
+#include "support/StdoutCapture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -103,7 +105,8 @@ TEST(Notifier, CallbacksMayChangeTheNotifierCallingThem) {
     victim = n.registerNotification(tagger(log, "v"), kAny);
 
     EXPECT_EQ(fire(n, log, kAny), "sk");  // the victim is skipped, the newcomer waits for the next issue
-    EXPECT_EQ(n.numRegistrations(), 2u);
+    EXPECT_EQ(n.numRegistrations() + 10 * Fn<NotifyMsg>::live, 22u)
+        << "the dropped ones are freed at the end";
     EXPECT_EQ(fire(n, log, kAny), "ka");
 
     // A nested issue from a callback runs to completion inside the outer one.
@@ -133,7 +136,7 @@ TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
                                        kAny);
     }
     EXPECT_TRUE(destroyValue == 0 && polite == nullptr && plain == nullptr &&
-                Fn<NotifierEvent<int>>::live == 1);
+                NotifierEvent<int>().type == 0 && Fn<NotifierEvent<int>>::live == 1);
     stubborn.reset();  // outlived its notifier: releasing it only frees the callback
     EXPECT_EQ(Fn<NotifierEvent<int>>::live, 0);
 }
@@ -176,6 +179,16 @@ TEST(Notifiable, QueuesBodiesForLater) {
     r.processBuffered();
     EXPECT_EQ(r.got, (std::vector<std::string>{"n:one", "n:shared", "d:destroy!"}));
     EXPECT_EQ(r.numBuffered() + 10 * other.numBuffered(), 10u);
+}
+
+TEST(DLList, RefusesRecordsOfOtherListsWithItsAssertionLines) {
+    DLList a, b;
+    DLListRec rec;
+    a.append(&rec);
+    EXPECT_EQ(oletest::stdoutOf([&] { b.remove(&rec), a.append(&rec); }),
+              "assertion failed rec->list_ == this at ole/Qv/DLList line 64\n"
+              "assertion failed !rec->isLinked() at ole/Qv/DLList line 51\n");
+    EXPECT_TRUE(rec.list() == &a && a.count() == 1 && b.empty());
 }
 
 // The first registration numbers every issue; each probe must see a gap-free run of numbers starting and

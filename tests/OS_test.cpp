@@ -71,6 +71,8 @@ TEST(FileSystem, DirectoriesRenameAndRemove) {
     EXPECT_TRUE(fs.rename(W(file), W(moved)) && !fs.exists(W(file)) && oletest::readFile(moved) == "content");
     EXPECT_TRUE(fs.remove(W(moved)) && !fs.exists(W(moved)) && !fs.remove(W(moved)) &&
                 !fs.rename(W(moved), W(file)));
+    EXPECT_TRUE(!fs.remove(W(root + "/a/b")) && fs.remove(W(root + "/a/b/c")) &&
+                !fs.exists(W(root + "/a/b/c")));
 }
 
 TEST(FileSystem, WriteAtomicallyReplacesContentAndLeavesNoTemporaries) {

@@ -133,7 +133,7 @@ TEST(CompletionPort, PostedCompletionsReachOneWaiterEachInOrder) {
         for (uint32_t i = 0; i < 3; ++i)
             EXPECT_TRUE(port.wait(c, kGiveUpMs) && c.status == int(i) && c.bytes == i + 9 && c.key == i + 7);
         std::atomic<int> ended{0};  // each quit completion ends exactly one of several waiters
-        for (int t = 0; t < 3; ++t) port.post(Qv::CompletionPort::kQuit, 0, 0);
+        for (int t = 0; t < 3; ++t) port.post(2, 0, 0);  // the quit status
         onThreads(3, [&] {
             Qv::Completion mine;
             ended += port.wait(mine, kGiveUpMs) && mine.status == Qv::CompletionPort::kQuit;

@@ -127,6 +127,7 @@ TEST(ConfigbText, WrittenFormsReadBackToTheSameRecord) {
     ASSERT_TRUE(back.fromString(written));
     c.remove("spaceTag"), back.remove("spaceTag");  // its blank tag is not written
     EXPECT_EQ(entriesOf(back), entriesOf(c));
+    EXPECT_TRUE(ConfigEntryT(Text("t"), Text("v")) != ConfigEntryT(Text("t"), Text("w")));
     Cookie clip;
     IdStamp stamp(0, 0, 0);
     EXPECT_EQ(back.in("CLIP", clip) + back.in("stamp", stamp), 0);
@@ -205,7 +206,11 @@ TEST(ConfigbGet, EveryGetterOnGoodAndBadText) {
     EXPECT_TRUE(c.in("LONG", text) == 0 && text == "0123456789");
 
     int i = 5;
-    EXPECT_TRUE(c.in("nope", i) == -1 && c.in("", i) == -1 && i == 5);  // a missing name leaves i alone
+    double d = 1;
+    unsigned u = 1;
+    bool b = true;  // a missing name is -1 for every getter and leaves the value alone
+    EXPECT_TRUE(c.in("nope", i) + c.in("", i) + c.in("nope", d) + c.in("nope", u) + c.in("nope", b) == -5 &&
+                i == 5 && d == 1 && u == 1 && b);
 }
 
 TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
@@ -221,6 +226,8 @@ TEST(ConfigGlobal, ValuesComeFromTheMachineConfigurationWithDefaults) {
     EXPECT_EQ(config_string("cfgMissing", "d"), "d");
     char buffer[5];
     EXPECT_STREQ(config_string("cfgText", buffer, 5, "d"), "some");
+    EXPECT_TRUE(config_string("cfgText", buffer, 0, "d") == buffer &&
+                config_string("cfgText", nullptr, 5, "d") == nullptr && std::string(buffer) == "some");
     EXPECT_TRUE(config_cookie("cfgCookie", invalid_cookie) == cookie &&
                 config_cookie("cfgText", cookie) == cookie);  // text that is no cookie or stamp: the default
     EXPECT_TRUE(config_IdStamp("cfgStamp", IdStamp(0, 0, 0)) == stamp &&

@@ -45,7 +45,8 @@ TEST(FilmGauge, CodesPerforationsAndTvStandards) {
 
 TEST(FilmFootage, TextOfKnownCountsAndStrictReading) {
     EXPECT_EQ(feet(16, FILM_35MM) + feet(17, FILM_35MM) + feet(-17, FILM_35MM), "    1.00    1.01-   1.01");
-    EXPECT_EQ(feet(-17, FILM_35MM, 1) + feet(485, FILM_16MM, 1), "-0001.01 0012.05");
+    EXPECT_EQ(feet(-17, FILM_35MM, 1) + feet(485, FILM_16MM, 1) + feet(0, FILM_35MM),
+              "-0001.01 0012.05    0.00");
     EXPECT_EQ(feet(16 * 123456 + 3, FILM_35MM) + feet(17, FILM_INVALID), " 123456.03INVALID");
     const char* threePerf[] = {"    0.20", "    1.00", "    1.01"};  // first foot starts two perfs in
     for (int n = 20; n <= 22; ++n) EXPECT_EQ(feet(n, FILM_35MM_3PERF), threePerf[n - 20]);
