@@ -88,8 +88,7 @@ TYPED_TEST(StringTest, ConstructionFitsExactlyAppendsDoubleAndEmptyIsTheNullBloc
         SCOPED_TRACE(name);
         S s = this->s("hello");
         const S sharer = s;
-        emptier(s);
-        this->expectNullEmpty(s);
+        emptier(s), this->expectNullEmpty(s);
         EXPECT_TRUE(this->str(sharer) == this->lit("hello") && sharer.refCount() == 1)
             << "the other holder keeps it";
     }

@@ -1,5 +1,3 @@
-// TextFile: reading and writing whole text files as lines.
-
 #include <ole/misc/TextFile.h>
 
 #include "support/TestHome.h"
@@ -54,8 +52,7 @@ TEST(TextFile, SaveThenLoadGivesTheSameLines) {
 
     TextFile loaded(ws(path));
     EXPECT_EQ(linesOf(loaded), linesOf(file));
-    loaded.removeLine(1);
-    loaded[0] = "changed";
+    loaded.removeLine(1), loaded[0] = "changed";
     EXPECT_TRUE(loaded.save());  // back to where it came from
     EXPECT_EQ(oletest::readFile(path), "changed\n\n" + umlaut + "\n");
     EXPECT_EQ(oletest::listDirectory(dir), Lines{"macro.txt"}) << "no temporary file is left beside it";
@@ -69,10 +66,7 @@ TEST(TextFile, SaveThenLoadGivesTheSameLines) {
 
 TEST(TextFile, WritingPastTheEndIsReportedAndChangesNothing) {
     TextFile file;
-    file.appendLine("one");
-    file[0] = "first";
-    testing::internal::CaptureStdout();
-    file[3] = "lost";
+    file.appendLine("one"), file[0] = "first", testing::internal::CaptureStdout(), file[3] = "lost";
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "assertion failed index < lines_.size() at ole/misc/TextFile line 67\n");
     EXPECT_EQ(file.size(), 1u);

@@ -1,5 +1,3 @@
-// Qv::UUID: generation, the 36-character text form and ordering.
-
 #include <ole/platform/UUID.h>
 
 #include <gtest/gtest.h>
@@ -18,9 +16,7 @@ std::string text(const Qv::UUID& id) {
     EXPECT_EQ(buffer[37], 'x') << "36 characters and a terminator, nothing more";
     return buffer.c_str();
 }
-std::wstring wide(const std::string& s) {
-    return std::wstring(s.begin(), s.end());
-}
+const auto wide = [](const std::string& s) -> std::wstring { return std::wstring(s.begin(), s.end()); };
 
 TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
     EXPECT_FALSE(Qv::UUID().valid());
@@ -58,7 +54,6 @@ TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
             Qv::UUID((wchar_t(alias) + std::wstring(L"0112233-4455-6677-8899-AABBCCDDEEFF")).c_str()).valid())
             << std::hex << alias;
 
-    // Ordering follows the bytes.
     std::vector<Qv::UUID> ids(3);
     ids[1].bytes()[15] = 0xFF;
     ids[2].bytes()[0] = 0x01;  // the first byte outweighs all later ones

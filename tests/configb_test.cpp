@@ -37,10 +37,7 @@ TextFile linesOf(const char* text) {
 
 struct CountingOwner : Dirtiable {
     int told = 0;
-    void setDirty(bool dirty) override {
-        ++told;
-        Dirtiable::setDirty(dirty);
-    }
+    void setDirty(bool dirty) override { ++told, Dirtiable::setDirty(dirty); }
 };
 
 }  // namespace
@@ -172,7 +169,6 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     EXPECT_TRUE(c.get_dirty() && owner.told == 2);
 }
 
-// Reads `value`, stored as plain text, through the getter for T into `out`.
 template <class T>
 std::pair<int, T> get(const char* value, T out) {
     configb c;
@@ -288,8 +284,7 @@ TEST(ConfigbTest, ReadsAMillionEntries) {
     std::string text = "{\n";
     char line[40];
     for (int i = kCount - 1; i >= 0; --i) {
-        std::snprintf(line, sizeof line, "  Key%07d:int %d\n", i, i * 3);
-        text += line;
+        std::snprintf(line, sizeof line, "  Key%07d:int %d\n", i, i * 3), text += line;
     }
     text += "  KEY0000007 seven\n}";
     configb c;
