@@ -82,8 +82,7 @@ TEST_F(RegistryConfigTest, KeepsLinesItDoesNotOwnAndNeverWritesOverAnUnreadableF
     const std::string blocked = oletest::makeTempDir("blocked") + "/user.cfg";
     ASSERT_EQ(::mkdir(blocked.c_str(), 0755), 0);
     RegistryConfig unreadable(wide(blocked));
-    EXPECT_TRUE(unreadable.readError() == "is not a regular file");
-    EXPECT_FALSE(unreadable.setValue("S", "n", 5));
+    EXPECT_TRUE(unreadable.readError() == "is not a regular file" && !unreadable.setValue("S", "n", 5));
 
     EXPECT_TRUE(GlobalConfig().path() == joinPath(getMachineSettingsDirectory(), L"global.cfg"));
     EXPECT_TRUE(UserConfig().path() == joinPath(getPreferencesDirectory(), L"user.cfg"));

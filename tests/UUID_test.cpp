@@ -40,11 +40,9 @@ TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
         << "text after 36 characters is ignored";
 
     // Text that is not a UUID gives nil.
-    for (const char* bad :
-         {"", "00112233-4455-6677-8899-AABBCCDDEEF", "00112233-4455-6677-8899-AABBCCDDEEFG",
-          "00112233+4455-6677-8899-AABBCCDDEEFF", "{00112233-4455-6677-8899-AABBCCDDEEFF}"}) {
+    for (const char* bad : {"", "00112233-4455-6677-8899-AABBCCDDEEF", "00112233-4455-6677-8899-AABBCCDDEEFG",
+                            "00112233+4455-6677-8899-AABBCCDDEEFF", "{00112233-4455-6677-8899-AABBCCDDEEFF}"})
         EXPECT_FALSE(Qv::UUID(bad).valid() || Qv::UUID(wide(bad).c_str()).valid()) << bad;
-    }
     EXPECT_FALSE(Qv::UUID(static_cast<const char*>(nullptr)).valid() ||
                  Qv::UUID(static_cast<const wchar_t*>(nullptr)).valid());
 
@@ -55,8 +53,7 @@ TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
             << std::hex << alias;
 
     std::vector<Qv::UUID> ids(3);
-    ids[1].bytes()[15] = 0xFF;
-    ids[2].bytes()[0] = 0x01;  // the first byte outweighs all later ones
+    ids[1].bytes()[15] = 0xFF, ids[2].bytes()[0] = 0x01;  // the first byte outweighs all later ones
     for (int i = 0; i < 100; ++i) ids.push_back(Qv::UUID::generate());
     std::sort(ids.begin(), ids.end());
     for (std::size_t i = 1; i < ids.size(); ++i)  // and text order is byte order
