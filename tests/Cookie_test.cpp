@@ -86,8 +86,7 @@ TEST(CookieText, ShortFormBothWaysAtEveryCodeRangeBoundary) {
 TEST(CookieText, VersionsAndTheUUIDForm) {
     EXPECT_EQ(text(Cookie('O', 7, 3, 5), false) + text(Cookie('O', 7, 3, 5), true), "O00B0007O03B0007");
     EXPECT_EQ(text(Cookie('S', 7, 12, 5), false), "S0CB0007");  // type S always shows its version
-    EXPECT_EQ(Cookie("S0CB0007", false).getVersion(), 1);
-    EXPECT_EQ(text(Cookie()), "INVALID");
+    EXPECT_TRUE(Cookie("S0CB0007", false).getVersion() == 1 && text(Cookie()) == "INVALID");
     EXPECT_FALSE(Cookie("INVALID", true).valid() || Cookie("P00B002S ", true).valid());
 
     const Qv::UUID id(kUUIDText);

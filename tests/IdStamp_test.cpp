@@ -84,8 +84,7 @@ TEST(IdStampText, PrintsParsesAndOrdersTheThreeWords) {
     s.setMagicType(IdStampMagic::MagicType(2));  // bits 26..29 of the old type stay
     EXPECT_EQ(s.getMagicType(), 3u);
     s.setMagicType(IdStampMagic::MagicType(48));  // bits 30 and 31 are replaced
-    EXPECT_EQ(s.tickWord(), 0xCC000005u);
-    EXPECT_FALSE(IdStamp(1, 2, 0x03FFFFFF).isMagic());
+    EXPECT_TRUE(s.tickWord() == 0xCC000005u && !IdStamp(1, 2, 0x03FFFFFF).isMagic());
 }
 
 TEST(IdStampStream, PackAndUnpack) {

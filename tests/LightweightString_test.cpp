@@ -210,8 +210,7 @@ TYPED_TEST(StringTest, ThreadsShareOneBlockSafely) {
             }
         });
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(faults.load(), 0);
-    EXPECT_EQ(shared.refCount(), 1);
+    EXPECT_TRUE(faults.load() == 0 && shared.refCount() == 1);
 }
 
 TEST(CaseInsensitiveCompare, MapKeysIgnoreCase) {
