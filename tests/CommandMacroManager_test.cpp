@@ -19,9 +19,7 @@ unsigned long registerRecorder(const char* name) {
                                                         UIString(), MapItem());
 }
 
-std::string narrow(const LightweightString<wchar_t>& s) {
-    return toUTF8(s).c_str();
-}
+const auto narrow = [](const LightweightString<wchar_t>& s) -> std::string { return toUTF8(s).c_str(); };
 
 TEST(MacroElement, StepTextsWithAndWithoutCounts) {
     for (std::string c : {"Play(2)|Play|2", "Play|Play|1", "Play(x)|Play(x)|1", "(2)|(2)|1",
@@ -40,19 +38,15 @@ TEST(CommandMacro, FilesAreWrittenAndReadBackByteForByte) {
     const auto path = fromUTF8((dir + "/Trim.QvMacro").c_str());
     CommandMacro trim;  // step "Ignored" goes past the end: nothing
     trim.setName(L"Trim");
-    trim.setDescription(L"Trim both ends");
-    trim.addCommand(MacroElement(L"Mark In", 1));
-    trim.addCommand(MacroElement(L"Nudge Left", 4));
-    trim.setCommand(2, MacroElement(L"Ignored", 1));
+    trim.setDescription(L"Trim both ends"), trim.addCommand(MacroElement(L"Mark In", 1));
+    trim.addCommand(MacroElement(L"Nudge Left", 4)), trim.setCommand(2, MacroElement(L"Ignored", 1));
     ASSERT_TRUE(trim.save(path));
     EXPECT_EQ(oletest::readFile(narrow(path)),
               "Name=Trim\nDescription=Trim both ends\nCommands=Mark In,Nudge Left(4)\n");
 
     CommandMacro back(path);
     ASSERT_EQ(back.numCommands(), 2u);
-    back.setDescription(L"");
-    back.setRepeatCount(0, 3);
-    back.setRepeatCount(9, 3);
+    back.setDescription(L""), back.setRepeatCount(0, 3), back.setRepeatCount(9, 3);
     ASSERT_TRUE(back.save(path));
     EXPECT_EQ(oletest::readFile(narrow(path)), "Name=Trim\nCommands=Mark In(3),Nudge Left(4)\n");
 
@@ -86,16 +80,12 @@ TEST(CommandMacro, PlaybackIsBracketedAndSkipsRecursionAndUnknownSteps) {
               "Command::execute() : Recursion!!\n"
               "Command::execute() : Couldn't find 'Missing'\n"
               "Command::execute() : Couldn't find 'Missing'\n");
-    EXPECT_TRUE(macro.command(0).resolved());
-    EXPECT_EQ(macro.command(5).clientIndex(), 0u);  // the console client comes first
+    EXPECT_TRUE(macro.command(0).resolved() && macro.command(5).clientIndex() == 0u);  // console client first
 }
 
 struct Listener {
     std::vector<std::string> got;
-    int onMsg(const NotifyMsg& msg) {
-        got.push_back(msg.text().c_str());
-        return 0;
-    }
+    int onMsg(const NotifyMsg& msg) { return got.push_back(msg.text().c_str()), 0; }
 };
 
 TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
@@ -103,8 +93,7 @@ TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
     OS()->fileSystem()->createDirectory(prefs.c_str());
     const std::string dir = narrow(prefs);
     oletest::writeFile(dir + "/dropped.QvMacro", "Name=Dropped\nCommands=Step(2)\n");
-    oletest::writeFile(dir + "/nameless.QvMacro", "Commands=Step\n");
-    registerRecorder("Step");
+    oletest::writeFile(dir + "/nameless.QvMacro", "Commands=Step\n"), registerRecorder("Step");
 
     CommandMacroManager& manager = CommandMacroManager::instance();
     ASSERT_EQ(manager.macros().size(), 1u);
@@ -116,8 +105,7 @@ TEST(CommandMacroManager, LoadsDroppedFilesAndKeepsFilesCommandsAndKeysInStep) {
     const auto guard =
         manager.registerNotification(makeCallback(&listener, &Listener::onMsg), manager.getNotifyMsgType());
     CommandMacro added;
-    added.setName(L"a/b");
-    added.addCommand(MacroElement(L"Step", 1));
+    added.setName(L"a/b"), added.addCommand(MacroElement(L"Step", 1));
     ASSERT_TRUE(manager.addMacro(added));
     EXPECT_EQ(oletest::readFile(dir + "/a_b.QvMacro"), "Name=a/b\nCommands=Step\n");
     ASSERT_TRUE(manager.findMacro(L"a/b") && !manager.findMacro(L"A/B"));

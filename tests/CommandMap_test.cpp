@@ -41,8 +41,7 @@ TEST(CommandMap, IdentifiersSurviveDeregistrationAndAreNeverReused) {
 
     EXPECT_TRUE(map.deregisterCommand(a) && !map.deregisterCommand(a + 100) && map.findCommand("A") == kNone);
     calls.clear();
-    map.callCommand(a, Cmd::Context());  // an empty record does nothing
-    map.callCommand(kNone, Cmd::Context());
+    map.callCommand(a, Cmd::Context()), map.callCommand(kNone, Cmd::Context());  // an empty record: nothing
     EXPECT_TRUE(calls.empty() && !map.getCommand(kNone));
 
     const unsigned long again = add(map, "A", &recordCall, tagA);

@@ -19,7 +19,6 @@
 
 namespace {
 
-// A jar on its own counter file in a fresh directory.
 struct CookieJarTest : ::testing::Test {
     LightweightString<wchar_t> path() const { return fromUTF8(path_.c_str()); }
     std::string counter() const { return oletest::readFile(path_); }
@@ -62,8 +61,7 @@ TEST_F(CookieJarTest, UnusableCounterRestartsAtOneOthersContinueAndWrapBadArgume
     EXPECT_TRUE(quiet.makeCookie('P', Cookie::eUUID, 3).isUUID());
     quiet.flush();
     EXPECT_EQ(counter(), "7\n");
-    quiet.cookieNum();
-    quiet.flush();
+    quiet.cookieNum(), quiet.flush();
     EXPECT_EQ(counter(), "8");  // claimed a block, then gave back its unused end
 
     oletest::writeFile(path_, "10");
@@ -109,11 +107,9 @@ TEST_F(CookieJarTest, CounterThatCannotBeKeptIsReportedAndLeftAlone) {
     const std::string blocked = path_ + ".d", path = blocked + "/cookie.num";
     oletest::writeFile(blocked, "a file where the directory should be");
     CookieJar retried(fromUTF8(path.c_str()));
-    retried.cookieNum();
-    retried.flush();
+    retried.cookieNum(), retried.flush();
     EXPECT_TRUE(log.contains("WARNING!!! UNABLE TO UPDATE COOKIE NUMBER FILE\n(" + path + ")\n"));
-    ::unlink(blocked.c_str());
-    retried.flush();
+    ::unlink(blocked.c_str()), retried.flush();
     EXPECT_EQ(oletest::readFile(path), "2");
 }
 
@@ -123,7 +119,6 @@ FILE* startChild(const std::string& home, const std::string& args) {
     return ::popen((run + args + " 2>stderr.txt").c_str(), "r");
 }
 
-// Reads the child's next "<tag> <number>" line; false at the end of its output.
 bool next(FILE* child, char& tag, unsigned& number) {
     return std::fscanf(child, " %c %u", &tag, &number) == 2;
 }
@@ -139,8 +134,7 @@ TEST(CookieJarProcess, NumbersContinueAcrossRunsAreNeverSharedAndSurviveKillsDur
     const std::string home = oletest::makeTempDir("runs");
     EXPECT_EQ(numbersOf(startChild(home, "run 3")), (std::vector<unsigned>{1, 2, 3}));
     EXPECT_NE(oletest::readFile(home + "/stderr.txt").find("UNABLE TO FIND"), std::string::npos);
-    FILE* first = startChild(home, "run 1100");
-    FILE* second = startChild(home, "run 1100");
+    FILE *first = startChild(home, "run 1100"), *second = startChild(home, "run 1100");
     std::vector<unsigned> numbers = numbersOf(second, numbersOf(first));
     EXPECT_EQ(oletest::readFile(home + "/stderr.txt").find("UNABLE TO FIND"), std::string::npos);
     ASSERT_EQ(numbers.size(), 2200u);

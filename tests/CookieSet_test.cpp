@@ -44,9 +44,8 @@ TEST(CookieVec, TextFormSkipsBadPiecesAndStreamsShortTexts) {
     EXPECT_EQ(elements(parsed), (Cookies{kP, Cookie('O', 7, 0, 5), kE}));
     EXPECT_TRUE(CookieVec(LightweightString<char>(",,")).empty());
 
-    CookieVec alias = vec;  // copies share one vector
-    alias.add(kP);
-    vec.remove(kP);  // every equal element
+    CookieVec alias = vec;          // copies share one vector
+    alias.add(kP), vec.remove(kP);  // removes every equal element
     EXPECT_EQ(elements(alias), (Cookies{kO}));
 
     // Streams hold the count and the short texts, without versions.
@@ -56,16 +55,14 @@ TEST(CookieVec, TextFormSkipsBadPiecesAndStreamsShortTexts) {
     EXPECT_EQ(packed.pack(out), STRM_OK);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.file()->data()), out.file()->size()),
               std::string("\x03\x00\x00\x00O00B0007\0S05B0007\0INVALID", 4 + 8 + 1 + 8 + 1 + 7 + 1));
-    out.seek(0);
     CookieVec read;
-    read.add(kE);  // replaced by what is read
+    out.seek(0), read.add(kE);  // replaced by what is read
     EXPECT_EQ(read.unpack(out, 1), STRM_OK);
     EXPECT_EQ(elements(read), (Cookies{Cookie('O', 7, 0, 5), Cookie('S', 7, 1, 5), Cookie()}));
 
     StreamFile truncated;  // a count far beyond the data stops at the end
     truncated.writeValue(uint32_t(0xFFFFFFFF));
-    truncated.writeBinary("P00B002S", 0, false, false);
-    truncated.seek(0);
+    truncated.writeBinary("P00B002S", 0, false, false), truncated.seek(0);
     PStream in(&truncated);
     EXPECT_TRUE(read.unpack(in, 1) == STRM_FAILED && read.size() == 1);
 }
@@ -76,10 +73,8 @@ TEST(CookieSet, OrderedDistinctAndCopiedOnWrite) {
     EXPECT_EQ(elements(a), (Cookies{kP, kO, kE}));  // types in descending order
     CookieSet b = a;
     EXPECT_TRUE(!a[3].valid() && b.sharesWith(a));
-    b.remove(kO);
-    b.add(kS);
-    EXPECT_EQ(elements(a), (Cookies{kP, kO, kE}));
-    EXPECT_EQ(elements(b), (Cookies{kS, kP, kE}));
+    b.remove(kO), b.add(kS);
+    EXPECT_TRUE(elements(a) == (Cookies{kP, kO, kE}) && elements(b) == (Cookies{kS, kP, kE}));
     a += b;
     CookieSet c = a;
     c.purge();

@@ -92,8 +92,7 @@ TEST(Cmd, HandlesShareCountAndCompareSimpleAndCompoundCommandsRun) {
     for (const auto& extra : {fails, Cmd<NoCtx, ThreadSafe>(), note<ThreadSafe>(ran, 9)})
         arrival.add(extra, 0);
     for (bool stop : {false, true}) {
-        ran.clear();
-        arrival.stopOnFailure(stop);
+        ran.clear(), arrival.stopOnFailure(stop);
         EXPECT_FALSE(arrival.execute(none));
         EXPECT_EQ(ran, (stop ? std::vector<int>{5, 1, 5, 3, 0} : std::vector<int>{5, 1, 5, 3, 0, 9}));
     }
@@ -129,8 +128,7 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
             queue.insert(note<TypeParam>(ran, int(i)), priorities[i]);
         op(queue);
         EXPECT_TRUE(ran == expected && queue.size() == left.size());
-        ran.clear();
-        queue.executeAll();
+        ran.clear(), queue.executeAll();
         EXPECT_TRUE(ran == left && queue.isEmpty());
     }
     EXPECT_EQ(liveCalls.load(), 0);
@@ -167,8 +165,7 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
                 const unsigned r = random() % 8;
                 if (r < (2 * step < links.size() ? 5u : 3u)) {  // grows, then shrinks to a few runs
                     links[arrived].priority = range ? random() % range * spacing : unsigned(random());
-                    list.insert(&links[arrived]);
-                    model.emplace(links[arrived].priority, arrived), ++arrived;
+                    list.insert(&links[arrived]), model.emplace(links[arrived].priority, arrived), ++arrived;
                 } else if (!model.empty()) {
                     const bool front = r % 2;
                     const auto it = front ? model.begin() : std::prev(model.end());
@@ -332,8 +329,7 @@ TEST(CompletionPortHandler, DeliversFileCompletionsOnPinnedThreads) {
         unsetenv("OLE_COMPLETION_PORT");
         const unsigned count = handler.threadCount();
         handler.createThread(-999, 1);  // no such processor
-        EXPECT_EQ(handler.threadCount(), count);
-        EXPECT_TRUE(hasThreadNamed("$ io Proc[1]Pri"));
+        EXPECT_TRUE(handler.threadCount() == count && hasThreadNamed("$ io Proc[1]Pri"));
 
         Qv::Ptr<iFile> file(new iFile(
             OS()->fileSystem()->open(std::wstring(path.begin(), path.end()).c_str(), Qv::OSFile::ReadWrite)));

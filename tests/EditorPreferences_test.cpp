@@ -20,9 +20,7 @@ struct Recorder {
     explicit Recorder(const char* name)
         : guard(prefs().addListener(makeCallback(this, &Recorder::onChange), Text(name))) {}
     int onChange(const NotifyMsg& msg) {
-        heard.push_back(msg.text().c_str());
-        types.push_back(msg.type());
-        return 0;
+        return heard.push_back(msg.text().c_str()), types.push_back(msg.type()), 0;
     }
 };
 
@@ -30,8 +28,7 @@ struct Recorder {
 
 TEST(EditorPreferences, ValuesOfEveryTypeDefaultsAndListeners) {
     EditorPreferences& p = prefs();
-    p.setPreference("vText", "some text");
-    p.setPreference("vWide", LightweightString<wchar_t>(L"caf\u00e9"));
+    p.setPreference("vText", "some text"), p.setPreference("vWide", LightweightString<wchar_t>(L"caf\u00e9"));
     p.setPreference("vXY", XY<int>(3, -4));
     EXPECT_TRUE(p.getPreference("vWide", L"d") == L"caf\u00e9" &&
                 p.getPreference("vXY", XY<int>()) == XY<int>(3, -4));
@@ -44,37 +41,29 @@ TEST(EditorPreferences, ValuesOfEveryTypeDefaultsAndListeners) {
     EXPECT_TRUE(p.removePreference("vText") && !p.removePreference("vText"));
     EXPECT_EQ(p.getPreference("vText", "d"), "d");
 
-    // Listeners hear their preference, or all of them.
     Recorder one("nWidth"), all(""), other("nHeight");
 
     PrefVal<int> width("nWidth", 640);
     PrefVal<Text> title("nTitle", Text("untitled"));
     PrefVal<double> quiet("nQuiet", 1.0, false);  // stores without announcing
     EXPECT_TRUE(int(width) == 640 && !width.hasValue());
-    width = 720;
-    title = Text("news");
-    quiet = 2.5;
+    width = 720, title = Text("news"), quiet = 2.5;
 
     EXPECT_EQ(one.heard, std::vector<std::string>{"nWidth"});
     EXPECT_EQ(one.types, std::vector<int>{EditorPreferences::makeNotificationType("nWidth")});
     EXPECT_EQ(all.heard, (std::vector<std::string>{"nWidth", "nTitle"}));
     EXPECT_TRUE(other.heard.empty());
 
-    EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5);
-    EXPECT_TRUE(PrefVal<int>("nWidth", 0) == 720);
+    EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5 && (PrefVal<int>("nWidth", 0) == 720));
 
-    all.guard.reset();
-    width = 800;
+    all.guard.reset(), width = 800;
     EXPECT_TRUE(all.heard.size() == 2 && one.heard.size() == 2);
 }
 
 TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
     EditorPreferences& p = prefs();
-    p.setPreference("xText", "a=b \\ c");
-    p.setPreference("xLines", "first\nsecond\r\n");
-    p.setPreference("xInt", 42);
-    p.setPreference("xBool", false);
-    p.setPreference("xDouble", 1e-300);
+    p.setPreference("xText", "a=b \\ c"), p.setPreference("xLines", "first\nsecond\r\n");
+    p.setPreference("xInt", 42), p.setPreference("xBool", false), p.setPreference("xDouble", 1e-300);
     p.setPreference("xXY", XY<int>(-1, 1));
     const auto saved = p.getAVPairs();
 
@@ -90,16 +79,14 @@ TEST(EditorPreferences, ExportThenImportRestoresEveryValue) {
     for (const auto& [name, value] : saved) p.removePreference(name);
     p.setPreference("xInt", 7);
     Recorder all("");
-    EXPECT_EQ(p.importFrom(wpath), int(saved.size()));
-    EXPECT_EQ(p.getAVPairs(), saved);
+    EXPECT_TRUE(p.importFrom(wpath) == int(saved.size()) && p.getAVPairs() == saved);
     EXPECT_EQ(all.heard.size(), saved.size());
 
     // Importing what is already there announces nothing.
     Vector<Text> lines;
     p.exportTo(lines);
     EXPECT_EQ(lines.front(), EditorPreferences::getSectionHeading());
-    EXPECT_EQ(p.importFrom(lines), int(saved.size()));
-    EXPECT_EQ(all.heard.size(), saved.size());
+    EXPECT_TRUE(p.importFrom(lines) == int(saved.size()) && all.heard.size() == saved.size());
 
     // A file that starts with the section: a second export finds it and replaces it.
     const WString fresh = fromUTF8((path + ".fresh").c_str());

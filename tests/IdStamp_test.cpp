@@ -17,9 +17,7 @@
 
 namespace {
 
-std::string text(const IdStamp& s) {
-    return s.asString().c_str();
-}
+const auto text = [](const IdStamp& s) -> std::string { return s.asString().c_str(); };
 std::vector<unsigned> words(const IdStamp& s) {
     return {s.machineNum(), s.timeBits(), s.tickWord()};
 }
@@ -86,8 +84,7 @@ TEST(IdStampText, PrintsParsesAndOrdersTheThreeWords) {
     s.setMagicType(IdStampMagic::MagicType(2));  // bits 26..29 of the old type stay
     EXPECT_EQ(s.getMagicType(), 3u);
     s.setMagicType(IdStampMagic::MagicType(48));  // bits 30 and 31 are replaced
-    EXPECT_EQ(s.tickWord(), 0xCC000005u);
-    EXPECT_FALSE(IdStamp(1, 2, 0x03FFFFFF).isMagic());
+    EXPECT_TRUE(s.tickWord() == 0xCC000005u && !IdStamp(1, 2, 0x03FFFFFF).isMagic());
 }
 
 TEST(IdStampStream, PackAndUnpack) {
@@ -96,18 +93,15 @@ TEST(IdStampStream, PackAndUnpack) {
     const std::string bytes(reinterpret_cast<const char*>(out.file()->data()), out.file()->size());
     EXPECT_EQ(bytes.substr(0, 19), std::string("0000002A0123ABCD1F") + '\0');
     EXPECT_EQ(bytes.substr(bytes.size() - 2), std::string(2, '\0'));  // invalid: the terminator only
-    out.seek(0);
     IdStamp read(9, 9, 9);
-    read.unpack(out, 2);
+    out.seek(0), read.unpack(out, 2);
     EXPECT_EQ(words(read), (std::vector<unsigned>{0x2A, 0x0123ABCD, 0x1F}));
     for (int i = 0; i < 2; ++i) read.unpack(out, 2);
-    EXPECT_FALSE(read.valid());
-    EXPECT_TRUE(out.atEnd() && out.error() == 0);
+    EXPECT_TRUE(!read.valid() && out.atEnd() && out.error() == 0);
 
     // Version 'S' streams carry 38 bytes before the text; the stamp is then read as version 1.
     StreamFile old;
-    old.write(std::string(38, 'J').data(), 38);
-    old.writeBinary("0000002A0123ABCD4000000", 0, false, false);
+    old.write(std::string(38, 'J').data(), 38), old.writeBinary("0000002A0123ABCD4000000", 0, false, false);
     old.seek(0);
     PStream in(&old);
     oletest::LogCapture log;

@@ -88,8 +88,7 @@ TYPED_TEST(StringTest, ConstructionFitsExactlyAppendsDoubleAndEmptyIsTheNullBloc
         SCOPED_TRACE(name);
         S s = this->s("hello");
         const S sharer = s;
-        emptier(s);
-        this->expectNullEmpty(s);
+        emptier(s), this->expectNullEmpty(s);
         EXPECT_TRUE(this->str(sharer) == this->lit("hello") && sharer.refCount() == 1)
             << "the other holder keeps it";
     }
@@ -211,8 +210,7 @@ TYPED_TEST(StringTest, ThreadsShareOneBlockSafely) {
             }
         });
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(faults.load(), 0);
-    EXPECT_EQ(shared.refCount(), 1);
+    EXPECT_TRUE(faults.load() == 0 && shared.refCount() == 1);
 }
 
 TEST(CaseInsensitiveCompare, MapKeysIgnoreCase) {

@@ -23,10 +23,8 @@ std::string logFileText() {
 TEST(Log, EachFunctionReachesItsDestinationsAndNothingIsLost) {
     oletest::LogCapture capture;
     const std::string err = oletest::stderrOf([] {
-        Log("file entry %d", 17);
-        LogBoth("both entry %s", "x1");
-        ole_splat("fatal entry %d", 99);  // reports and returns
-        DebugOut("debug entry %c", 'q');
+        Log("file entry %d", 17), LogBoth("both entry %s", "x1");
+        ole_splat("fatal entry %d", 99), DebugOut("debug entry %c", 'q');  // ole_splat reports and returns
     });
     const std::string file = logFileText();
 
@@ -37,7 +35,6 @@ TEST(Log, EachFunctionReachesItsDestinationsAndNothingIsLost) {
     EXPECT_TRUE(err.find("file entry") == std::string::npos && file.find("debug entry") == std::string::npos)
         << "Log writes the file only, DebugOut standard error only";
 
-    // Listeners, long entries and entries from several threads at once.
     struct Keep : Qv::LogListener {
         std::string text;
         void logged(const char* piece) override { text += piece; }

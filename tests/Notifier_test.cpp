@@ -37,10 +37,8 @@ Qv::Ptr<iCallbackBase<int, NotifyMsg>> tagger(std::string& log, const char* tag)
 const auto typeId = [](const char* name) { return NotifyMsgTypeDictionary::instance().intern(name); };
 const int kAny = 0, kDestroy = 1;
 
-// Issues one message of `type` and returns what the tagging callbacks logged for it.
 std::string fire(Notifier& n, std::string& log, int type) {
-    log.clear();
-    n.issueNotification(NotifyMsg("x"), type);
+    log.clear(), n.issueNotification(NotifyMsg("x"), type);
     return log;
 }
 
@@ -123,8 +121,7 @@ TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
         NotifierEx<int> ex;
         polite = ex.registerNotification(on<NotifierEvent<int>>([&](const NotifierEvent<int>& ev) {
                                              EXPECT_TRUE(ev.type == kDestroy && ev.sender == &ex);
-                                             destroyValue = ev.value;
-                                             polite.reset();
+                                             destroyValue = ev.value, polite.reset();
                                          }),
                                          kDestroy);
         stubborn = ex.registerNotification(on<NotifierEvent<int>>([](const NotifierEvent<int>&) {}), kAny);
@@ -217,8 +214,7 @@ TEST(Notifier, ConcurrentIssuesAndRegistrationsDeliverExactlyOnce) {
                 p.before = serial.load();
                 auto guard = n.registerNotification(
                     on<NotifyMsg>([&](const NotifyMsg&) { p.seen.push_back(serial); }), kAny);
-                p.after = serial.load();
-                std::this_thread::yield();
+                p.after = serial.load(), std::this_thread::yield();
                 p.dropStart = serial.load(), guard.reset(), p.dropEnd = serial.load();
             }
             --registrarsLeft;

@@ -1,5 +1,3 @@
-// The product's directory layout and directory listings.
-
 #include <ole/runtime/Paths.h>
 
 #include "support/TestHome.h"
@@ -17,12 +15,8 @@ namespace {
 using Wide = LightweightString<wchar_t>;
 using Names = std::vector<std::wstring>;
 
-std::wstring w(const Wide& s) {
-    return std::wstring(s.c_str(), s.size());
-}
-std::wstring wide(const std::string& s) {
-    return std::wstring(s.begin(), s.end());
-}
+const auto w = [](const Wide& s) -> std::wstring { return std::wstring(s.c_str(), s.size()); };
+const auto wide = [](const std::string& s) -> std::wstring { return std::wstring(s.begin(), s.end()); };
 
 Names listing(const std::string& dir, const wchar_t* pattern) {
     Names names;

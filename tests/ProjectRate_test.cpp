@@ -36,18 +36,14 @@ TEST(ProjectRateFacts, TrueRateAgreesWithTheDisplayedRate) {
         const double shown = std::wcstod(getDisplayString(rate).c_str(), nullptr);
         unsigned ticks = 0;
         double fps = 0;
-        const std::string out = stdoutOf([&] {
-            ticks = getTicksPerSecond(rate);
-            fps = getFramesPerSecond(rate);
-        });
+        const std::string out =
+            stdoutOf([&] { ticks = getTicksPerSecond(rate), fps = getFramesPerSecond(rate); });
         const bool isOdd = std::find(odd.begin(), odd.end(), rate) != odd.end();
         EXPECT_EQ(std::fabs(shown - fps) < 0.005, !isOdd) << value;
         // Ticks are the whole rate, 30 for 29.97; decimated rates have none.
-        if (isInFrameRateGroup(rate, FrameRateGroups::Decimated)) {
-            EXPECT_EQ(out, kNoTicks) << value;
-        } else if (rate != FR12_5) {
-            EXPECT_EQ(ticks, unsigned(std::lround(fps))) << value;
-        }
+        const bool decimated = isInFrameRateGroup(rate, FrameRateGroups::Decimated);
+        EXPECT_TRUE(decimated ? out == kNoTicks : rate == FR12_5 || ticks == unsigned(std::lround(fps)))
+            << value;
     }
     EXPECT_DOUBLE_EQ(getFramesPerSecond(FR30M), 30 / 1.001);
     EXPECT_EQ(getFramesPerSecond(FR60MD2), 30.0);
@@ -81,7 +77,6 @@ TEST(ProjectRateFacts, SetsProjectRatesAndGroups) {
         EXPECT_EQ(getEquivalentProjectFrameRate(FrameRate(value)), expected[value]) << value;
     EXPECT_EQ(getEquivalentProjectFrameRate(FrameRate(100)), FR24);
 
-    // Groups: extents, membership and lists.
     const std::pair<int, int> extents[] = {{1, 10}, {11, 30}, {11, 20}, {21, 30}, {31, 34}, {35, 47}};
     for (int g = 1; g <= 6; ++g) {
         const auto [first, last] = getFrameRateGroupExtents(FrameRateGroup(g));

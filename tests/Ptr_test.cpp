@@ -39,7 +39,6 @@ static_assert(!std::is_convertible_v<Tracked*, Qv::Ptr<Tracked>>, "adopting a ra
 static_assert(std::is_convertible_v<Qv::Ptr<TrackedChild>, Qv::Ptr<Tracked>> &&
               !std::is_convertible_v<Qv::Ptr<Tracked>, Qv::Ptr<TrackedChild>>);
 
-// The two words of a pointer in memory order.
 using Words = std::pair<void*, void*>;
 const Words kNull(nullptr, nullptr);
 template <class P>
@@ -101,15 +100,13 @@ TYPED_TEST(PtrTest, AssignmentNeverDestroysWhatItStillHoldsAndConverts) {
     // The incoming pointer lives inside the object that the assignment releases.
     using NodeP = Qv::Ptr<Node<TypeParam>, Qv::DtorTraits, TypeParam>;
     NodeP head(new Node<TypeParam>(1));
-    head->next = NodeP(new Node<TypeParam>(2));
-    head->next->next = NodeP(new Node<TypeParam>(3));
+    head->next = NodeP(new Node<TypeParam>(2)), head->next->next = NodeP(new Node<TypeParam>(3));
     head = head->next;
     EXPECT_EQ(head ? head->value + 10 * head.refCount() : 0, 12);
     head = std::move(head->next);
     EXPECT_EQ(head ? head->value : 0, 3);
     EXPECT_EQ(Tracked::destroyed, 3);
 
-    // Converting copies and moves.
     P base;
     {
         Qv::Ptr<TrackedChild, Qv::DtorTraits, TypeParam> child(new TrackedChild(5));
@@ -137,8 +134,7 @@ TYPED_TEST(PtrTest, CopiesAndReleasesFromSeveralThreads) {
             for (++ready; ready.load() < kThreads;) std::this_thread::yield();
             std::vector<P> held;
             for (int i = 0; i < 50000; ++i, held.size() == 16 ? held.clear() : void()) {
-                held.push_back(shared);
-                badReads += held.back()->value != 42;
+                held.push_back(shared), badReads += held.back()->value != 42;
             }
         });
     for (auto& thread : threads) thread.join();

@@ -31,14 +31,11 @@ TEST(QvDataCompression, RoundTripsAndRefusesCorruptTruncatedAndExpandingStreams)
         EXPECT_EQ(zlibUncompress(packed.data(), packed.size(), out, n - 1), n ? TooLarge : Ok) << n;
         EXPECT_TRUE(out.empty()) << n;  // a refused stream leaves nothing behind; n - 1 wraps for 0
     }
-    EXPECT_EQ(zlibCompress(nullptr, 0, out, 9), Ok);
-    EXPECT_EQ(zlibCompress(nullptr, 3, out), InvalidArgument);
+    EXPECT_TRUE(zlibCompress(nullptr, 0, out, 9) == Ok && zlibCompress(nullptr, 3, out) == InvalidArgument);
     EXPECT_EQ(zlibCompress("x", 1, out, 10), InvalidArgument);
     EXPECT_STREQ(resultText(TruncatedData), "truncated data");
     std::vector<std::pair<Bytes, Result>> cases(4, {packed, CorruptData});
-    cases[0].first[packed.size() / 2] ^= 0x55;
-    cases[1].first.back() ^= 1;
-    cases[2].first.push_back(0);
+    cases[0].first[packed.size() / 2] ^= 0x55, cases[1].first.back() ^= 1, cases[2].first.push_back(0);
     cases[3].first = {0x12, 0x34, 0x56};
     cases.push_back({Bytes(packed.begin(), packed.end() - 5), TruncatedData});
     for (const auto& [bytes, expected] : cases) {

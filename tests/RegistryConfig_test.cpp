@@ -1,5 +1,3 @@
-// RegistryConfig: sections of named values, typed reads, and the file that keeps them.
-
 #include <ole/runtime/Paths.h>
 #include <ole/runtime/RegistryConfig.h>
 
@@ -59,9 +57,7 @@ TEST_F(RegistryConfigTest, ValuesLiveInTheirOwnSectionAndPersist) {
 
 TEST_F(RegistryConfigTest, TypedReadsFallBackOnMissingOrBadText) {
     RegistryConfig config(path());
-    config.setValue("T", "int", -42);
-    config.setValue("T", "double", 2.5);
-    config.setValue("T", "true", true);
+    config.setValue("T", "int", -42), config.setValue("T", "double", 2.5), config.setValue("T", "true", true);
     for (const char* name : {"9000000000", "x", "99999999999999999999"}) config.setValue("T", name, name);
     EXPECT_TRUE(config.getValue("T", "int", 5) == -42 && config.getValue("T", "double", 0.0) == 2.5 &&
                 config.getValue("T", "true", false) && config.getValue("T", "9000000000", 0L) == 9000000000L);
@@ -86,8 +82,7 @@ TEST_F(RegistryConfigTest, KeepsLinesItDoesNotOwnAndNeverWritesOverAnUnreadableF
     const std::string blocked = oletest::makeTempDir("blocked") + "/user.cfg";
     ASSERT_EQ(::mkdir(blocked.c_str(), 0755), 0);
     RegistryConfig unreadable(wide(blocked));
-    EXPECT_TRUE(unreadable.readError() == "is not a regular file");
-    EXPECT_FALSE(unreadable.setValue("S", "n", 5));
+    EXPECT_TRUE(unreadable.readError() == "is not a regular file" && !unreadable.setValue("S", "n", 5));
 
     EXPECT_TRUE(GlobalConfig().path() == joinPath(getMachineSettingsDirectory(), L"global.cfg"));
     EXPECT_TRUE(UserConfig().path() == joinPath(getPreferencesDirectory(), L"user.cfg"));

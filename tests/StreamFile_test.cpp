@@ -14,11 +14,7 @@ static std::string bytesOf(const StreamFile& f) {
 TEST(StreamFile, PrimitivesAreLittleEndianAtNaturalWidthAndReadBack) {
     StreamFile f;
     PStream s(&f);
-    s.setCookedChar(0xAB);
-    s.setShort(-2);
-    s.setUnsignedLong(0x89ABCDEF);
-    s.setInt64(-4);
-    s.setDouble(-0.25);
+    s.setCookedChar(0xAB), s.setShort(-2), s.setUnsignedLong(0x89ABCDEF), s.setInt64(-4), s.setDouble(-0.25);
     ASSERT_EQ(f.size(), 1u + 2 + 4 + 8 + 8);
     EXPECT_EQ(bytesOf(f).substr(0, 7), std::string("\xAB\xFE\xFF\xEF\xCD\xAB\x89", 7));
     EXPECT_TRUE(f.seek(0) && s.getCookedChar() == 0xAB && s.getShort() == -2 &&
@@ -58,12 +54,10 @@ TEST(StreamFile, ReadsPastTheEndGiveZerosAndFlagTheStream) {
     StreamFile f("\1\2\3", 3);
     PStream s(&f);
     EXPECT_EQ(s.getLong(), 0);  // four bytes wanted, three left: nothing is taken
-    EXPECT_TRUE(f.failed() && s.error() != 0 && f.atEnd());
-    EXPECT_EQ(s.getCookedChar(), 0);
+    EXPECT_TRUE(f.failed() && s.error() != 0 && f.atEnd() && s.getCookedChar() == 0);
     s.clearError();
     EXPECT_EQ(s.error(), 0);
-    EXPECT_TRUE(!f.seek(4) && f.position() == 3);  // beyond the end
-    EXPECT_TRUE(f.seek(1) && !f.skip(3) && f.atEnd());
+    EXPECT_TRUE(!f.seek(4) && f.position() == 3 && f.seek(1) && !f.skip(3) && f.atEnd());  // past the end
 
     StreamFile open("abc", 3);  // a text without its terminator is not a text
     EXPECT_TRUE(open.getString().empty() && open.failed());
@@ -74,14 +68,11 @@ TEST(StreamFile, ReadsPastTheEndGiveZerosAndFlagTheStream) {
 TEST(StreamFile, WriteBinaryFormsAndTheirReaders) {
     StreamFile f;
     PStream s(&f);
-    s.writeBinary("abc", 0, false, false);
-    s.writeBinary("abc", 0, true, false);
+    s.writeBinary("abc", 0, false, false), s.writeBinary("abc", 0, true, false);
     s.writeBinary("xyz!", 2, false, true);
     EXPECT_EQ(bytesOf(f), std::string("abc\0\x03\0\0\0abcxy", 13));
-    s.writeBinary("", 0, false, false);
-    s.writeBinary(nullptr, 5, true, false);
-    s.writeBinary("longer text", 0, false, false);
-    s.writeBinary("longer", 0, true, false);
+    s.writeBinary("", 0, false, false), s.writeBinary(nullptr, 5, true, false);
+    s.writeBinary("longer text", 0, false, false), s.writeBinary("longer", 0, true, false);
 
     ASSERT_TRUE(f.seek(0));
     char buffer[8];
@@ -95,8 +86,7 @@ TEST(StreamFile, WriteBinaryFormsAndTheirReaders) {
     EXPECT_TRUE(f.atEnd() && s.error() == 0);
 
     StreamFile lying("\xFF\0\0\0ab", 6);  // a length prefix that promises more than the stream holds
-    EXPECT_EQ(lying.readBinary(buffer, sizeof buffer, true, false), 0u);
-    EXPECT_TRUE(lying.failed());
+    EXPECT_TRUE(lying.readBinary(buffer, sizeof buffer, true, false) == 0u && lying.failed());
 }
 
 TEST(StreamFile, FilesAreLoadedWholeAndSavedOnFlushOrClose) {
@@ -108,22 +98,19 @@ TEST(StreamFile, FilesAreLoadedWholeAndSavedOnFlushOrClose) {
         StreamFile out;
         ASSERT_TRUE(out.open(wide, StreamFile::Create));
         PStream s(&out);
-        s.setUnsignedLong(7);
-        s.writeBinary("seven", 0, false, false);
+        s.setUnsignedLong(7), s.writeBinary("seven", 0, false, false);
     }  // saved by the destructor
     EXPECT_EQ(oletest::readFile(path), std::string("\x07\0\0\0seven\0", 10));
 
     StreamFile in;
     ASSERT_TRUE(in.open(wide, StreamFile::ReadOnly));
     EXPECT_TRUE(in.readValue<uint32_t>() == 7 && in.getString() == LightweightString<char>("seven"));
-    EXPECT_FALSE(in.write("x", 1));
-    EXPECT_TRUE(in.failed() && in.close());
+    EXPECT_TRUE(!in.write("x", 1) && in.failed() && in.close());
 
     StreamFile update;
     ASSERT_TRUE(update.open(wide, StreamFile::Update) && update.seek(0));
     update.writeValue(uint32_t(8));
-    EXPECT_TRUE(update.flush());
-    EXPECT_EQ(oletest::readFile(path), std::string("\x08\0\0\0seven\0", 10));
+    EXPECT_TRUE(update.flush() && oletest::readFile(path) == std::string("\x08\0\0\0seven\0", 10));
 
     const std::string big(200000, 'q');  // larger than one load block, still loaded whole
     StreamFile large;

@@ -1,5 +1,3 @@
-// TextFile: reading and writing whole text files as lines.
-
 #include <ole/misc/TextFile.h>
 
 #include "support/TestHome.h"
@@ -34,8 +32,7 @@ TEST(TextFile, LoadsBothLineEndsAndFailsQuietly) {
         EXPECT_TRUE(oletest::writeFile(path, content) && file.load(ws(path)));
         EXPECT_EQ(linesOf(file), expected) << content;
     }
-    EXPECT_FALSE(file.load(ws(dir + "/absent")));
-    EXPECT_TRUE(file.empty()) << "a file that cannot be read loads as no lines";
+    EXPECT_TRUE(!file.load(ws(dir + "/absent")) && file.empty()) << "a file that cannot be read: no lines";
     EXPECT_TRUE(static_cast<const TextFile&>(file)[3].empty()) << "a line past the end reads as empty";
     file.removeLine(5);
     EXPECT_FALSE(file.save(ws(path + "/below-a-file")));
@@ -49,13 +46,11 @@ TEST(TextFile, SaveThenLoadGivesTheSameLines) {
     TextFile file;
     for (const char* line : {"first", "", umlaut.c_str()}) file.appendLine(line);
     file.insertLine(0, "zeroth");
-    EXPECT_TRUE(file.save(ws(path)));
-    EXPECT_EQ(oletest::readFile(path), "zeroth\nfirst\n\n" + umlaut + "\n");
+    EXPECT_TRUE(file.save(ws(path)) && oletest::readFile(path) == "zeroth\nfirst\n\n" + umlaut + "\n");
 
     TextFile loaded(ws(path));
     EXPECT_EQ(linesOf(loaded), linesOf(file));
-    loaded.removeLine(1);
-    loaded[0] = "changed";
+    loaded.removeLine(1), loaded[0] = "changed";
     EXPECT_TRUE(loaded.save());  // back to where it came from
     EXPECT_EQ(oletest::readFile(path), "changed\n\n" + umlaut + "\n");
     EXPECT_EQ(oletest::listDirectory(dir), Lines{"macro.txt"}) << "no temporary file is left beside it";
@@ -69,12 +64,8 @@ TEST(TextFile, SaveThenLoadGivesTheSameLines) {
 
 TEST(TextFile, WritingPastTheEndIsReportedAndChangesNothing) {
     TextFile file;
-    file.appendLine("one");
-    file[0] = "first";
-    testing::internal::CaptureStdout();
-    file[3] = "lost";
+    file.appendLine("one"), file[0] = "first", testing::internal::CaptureStdout(), file[3] = "lost";
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "assertion failed index < lines_.size() at ole/misc/TextFile line 67\n");
-    EXPECT_EQ(file.size(), 1u);
-    EXPECT_EQ(file[0], "first");
+    EXPECT_TRUE(file.size() == 1u && file[0] == "first");
 }

@@ -64,8 +64,7 @@ TEST(Event, ManualStaysSetAutomaticIsTakenByOneWaitAnyGivesTheLowestIndex) {
     autoA.set();
     while (finished.load() == 0) std::this_thread::yield();
     EXPECT_FALSE(autoA.isSet()) << "consumed by the waiter";
-    autoA.set();
-    a.join(), b.join();
+    autoA.set(), a.join(), b.join();
     EXPECT_EQ(released.load(), 2);
 
     Qv::Event* events[] = {&manual, &autoA, &autoB};
@@ -90,13 +89,11 @@ TEST(Thread, RunsNamedJoinsAndRestarts) {
     cpu_set_t allowed, free;
     ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
     ASSERT_TRUE(thread.start("ole-worker-with-a-long-name", [&] {
-        pthread_getname_np(pthread_self(), name, sizeof name);
-        sched_getaffinity(0, sizeof free, &free);
+        pthread_getname_np(pthread_self(), name, sizeof name), sched_getaffinity(0, sizeof free, &free);
         proceed.wait(kGiveUpMs);
     }));
     EXPECT_TRUE(thread.running() && !thread.start("second", [] {})) << "one body at a time";
-    proceed.set();
-    thread.join();
+    proceed.set(), thread.join();
     EXPECT_EQ(std::string(name), "ole-worker-with");  // Linux keeps 15 characters
     EXPECT_TRUE(!thread.running() && CPU_EQUAL(&free, &allowed))
         << "joined; default affinity allows all CPUs";
@@ -138,8 +135,7 @@ TEST(CompletionPort, PostedCompletionsReachOneWaiterEachInOrder) {
             Qv::Completion mine;
             ended += port.wait(mine, kGiveUpMs) && mine.status == Qv::CompletionPort::kQuit;
         });
-        EXPECT_EQ(ended.load(), 3);
-        EXPECT_FALSE(port.wait(c, 0));
+        EXPECT_TRUE(ended.load() == 3 && !port.wait(c, 0));
     }
 }
 

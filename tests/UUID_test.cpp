@@ -1,5 +1,3 @@
-// Qv::UUID: generation, the 36-character text form and ordering.
-
 #include <ole/platform/UUID.h>
 
 #include <gtest/gtest.h>
@@ -18,13 +16,10 @@ std::string text(const Qv::UUID& id) {
     EXPECT_EQ(buffer[37], 'x') << "36 characters and a terminator, nothing more";
     return buffer.c_str();
 }
-std::wstring wide(const std::string& s) {
-    return std::wstring(s.begin(), s.end());
-}
+const auto wide = [](const std::string& s) -> std::wstring { return std::wstring(s.begin(), s.end()); };
 
 TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
-    EXPECT_FALSE(Qv::UUID().valid());
-    EXPECT_EQ(text(Qv::UUID()), "00000000-0000-0000-0000-000000000000");
+    EXPECT_TRUE(!Qv::UUID().valid() && text(Qv::UUID()) == "00000000-0000-0000-0000-000000000000");
     std::set<std::string> seen;
     for (int i = 0; i < 1000; ++i)
         if (const Qv::UUID id = Qv::UUID::generate(); id.valid()) seen.insert(text(id));
@@ -44,11 +39,9 @@ TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
         << "text after 36 characters is ignored";
 
     // Text that is not a UUID gives nil.
-    for (const char* bad :
-         {"", "00112233-4455-6677-8899-AABBCCDDEEF", "00112233-4455-6677-8899-AABBCCDDEEFG",
-          "00112233+4455-6677-8899-AABBCCDDEEFF", "{00112233-4455-6677-8899-AABBCCDDEEFF}"}) {
+    for (const char* bad : {"", "00112233-4455-6677-8899-AABBCCDDEEF", "00112233-4455-6677-8899-AABBCCDDEEFG",
+                            "00112233+4455-6677-8899-AABBCCDDEEFF", "{00112233-4455-6677-8899-AABBCCDDEEFF}"})
         EXPECT_FALSE(Qv::UUID(bad).valid() || Qv::UUID(wide(bad).c_str()).valid()) << bad;
-    }
     EXPECT_FALSE(Qv::UUID(static_cast<const char*>(nullptr)).valid() ||
                  Qv::UUID(static_cast<const wchar_t*>(nullptr)).valid());
 
@@ -58,10 +51,8 @@ TEST(UUID, GeneratedValuesAreDistinctTextRoundTripsAndOrderFollowsTheBytes) {
             Qv::UUID((wchar_t(alias) + std::wstring(L"0112233-4455-6677-8899-AABBCCDDEEFF")).c_str()).valid())
             << std::hex << alias;
 
-    // Ordering follows the bytes.
     std::vector<Qv::UUID> ids(3);
-    ids[1].bytes()[15] = 0xFF;
-    ids[2].bytes()[0] = 0x01;  // the first byte outweighs all later ones
+    ids[1].bytes()[15] = 0xFF, ids[2].bytes()[0] = 0x01;  // the first byte outweighs all later ones
     for (int i = 0; i < 100; ++i) ids.push_back(Qv::UUID::generate());
     std::sort(ids.begin(), ids.end());
     for (std::size_t i = 1; i < ids.size(); ++i)  // and text order is byte order

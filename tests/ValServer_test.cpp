@@ -34,11 +34,9 @@ TEST(ValServer, IsItsThreadsLastAndAnnouncesChangesOnlyToClients) {
     ValServer<int> s(1);
     std::thread([&] {
         ValServer<LightweightString<wchar_t>> other;
-        EXPECT_EQ(LastValServer::getLastValServer(), static_cast<ValServerBase*>(&other));
-        EXPECT_EQ(LastValServer::getLastValServer(), nullptr);
+        EXPECT_TRUE(LastValServer::getLastValServer() == &other && !LastValServer::getLastValServer());
     }).join();
-    EXPECT_EQ(LastValServer::getLastValServer(), static_cast<ValServerBase*>(&s));
-    EXPECT_EQ(LastValServer::getLastValServer(), nullptr);
+    EXPECT_TRUE(LastValServer::getLastValServer() == &s && !LastValServer::getLastValServer());
     { ValServer<unsigned int> gone; }
     EXPECT_EQ(LastValServer::getLastValServer(), nullptr);  // a dead server does not linger
     LogClient c(&s);
@@ -72,8 +70,7 @@ TEST(ValServer, ManagerVetoesAdjustsAndIsDetached) {
         ValServer<int> s(5);
         s.setManager(&first);
         LogClient c(&s);
-        EXPECT_TRUE(!s.updateAndNotify(-1) && s.getValue() == 5);
-        EXPECT_TRUE(s.updateAndNotify(42));
+        EXPECT_TRUE(!s.updateAndNotify(-1) && s.getValue() == 5 && s.updateAndNotify(42));
         EXPECT_EQ(c.log, (Log{"post:10"}));  // nothing heard of the vetoed value
         s.setManager(&first);                // the same manager again still detaches first
         EXPECT_EQ(first.detached, (std::vector<ValServer<int>*>{&s}));
@@ -111,8 +108,7 @@ TEST(MultiValClient, FollowsServersAndTheirManagersBatches) {
     a.setManager(&manager), b.setManager(&manager);
     auto* unmanaged = new ValServer<int>(3);
     Multi m;
-    m.expected = &manager;
-    m.addServer(&a), m.addServer(&b), m.addServer(&a), m.addServer(unmanaged);
+    m.expected = &manager, m.addServer(&a), m.addServer(&b), m.addServer(&a), m.addServer(unmanaged);
     EXPECT_TRUE(m.getNumServers() == 3 && manager.numRegistrations() == 1u);  // one per distinct manager
 
     manager.startBatch(), a = 10, b = 20;

@@ -12,9 +12,7 @@ namespace {
 static_assert(std::is_base_of_v<iObject, LightweightVector<int>>);
 
 using Ints = std::vector<int>;
-Ints items(const LightweightVector<int>& v) {
-    return Ints(v.begin(), v.end());
-}
+const auto items = [](const LightweightVector<int>& v) -> Ints { return Ints(v.begin(), v.end()); };
 LightweightVector<int> make(std::initializer_list<int> values) {
     LightweightVector<int> v(values.size());
     for (int value : values) v.push_back(value);
@@ -22,12 +20,8 @@ LightweightVector<int> make(std::initializer_list<int> values) {
 }
 
 TEST(LightweightVector, EveryHolderSeesEveryChangeAndRemoveIgnoresBadIndices) {
-    LightweightVector<int> a = make({1});
-    LightweightVector<int> copy(a);
-    LightweightVector<int> assigned = make({99});
-    assigned = a;
-    copy.push_back(2);
-    assigned[0] = 10;
+    LightweightVector<int> a = make({1}), copy(a), assigned = make({99});
+    assigned = a, copy.push_back(2), assigned[0] = 10;
     EXPECT_EQ(items(a), (Ints{10, 2}));
     a.clear();
     EXPECT_TRUE(copy.empty() && assigned.empty());
@@ -43,10 +37,8 @@ TEST(LightweightVector, EveryHolderSeesEveryChangeAndRemoveIgnoresBadIndices) {
     target.copyFrom(targetHolder);
     EXPECT_EQ(items(target), (Ints{1, 2, 3, 4}));
 
-    // operator+= appends, also from itself.
     LightweightVector<int> v = make({1, 2});
-    v += v;
-    v += make({3});
+    v += v, v += make({3});
     EXPECT_EQ(items(v), (Ints{1, 2, 1, 2, 3}));
     LightweightVector<std::string> words;  // elements that a move would empty
     for (const char* word : {"a", "b"}) words.push_back(word);

@@ -37,10 +37,7 @@ TextFile linesOf(const char* text) {
 
 struct CountingOwner : Dirtiable {
     int told = 0;
-    void setDirty(bool dirty) override {
-        ++told;
-        Dirtiable::setDirty(dirty);
-    }
+    void setDirty(bool dirty) override { ++told, Dirtiable::setDirty(dirty); }
 };
 
 }  // namespace
@@ -91,8 +88,7 @@ TEST(ConfigbText, BlocksInsideLargerFiles) {
     configb open;
     unsigned line = 0;
     ASSERT_TRUE(open.buildFrom(linesOf("{\n  x 1\n  y:int 2"), line));
-    EXPECT_EQ(line + 10 * open.size(), 23u);
-    EXPECT_TRUE(open.fromString("{\n  z 3\n"));
+    EXPECT_TRUE(line + 10 * open.size() == 23u && open.fromString("{\n  z 3\n"));
     EXPECT_EQ(open.size(), 3u);  // blocks add to what the record holds
 
     // A NUL byte ends its line, as it would end the text once written or packed.
@@ -172,7 +168,6 @@ TEST(ConfigbSet, ValueOfAnotherTypeNeverOverwritesAcrossLetterCase) {
     EXPECT_TRUE(c.get_dirty() && owner.told == 2);
 }
 
-// Reads `value`, stored as plain text, through the getter for T into `out`.
 template <class T>
 std::pair<int, T> get(const char* value, T out) {
     configb c;
@@ -264,8 +259,7 @@ TEST(ConfigbPack, RoundTripBetweenNeighbours) {
     in.set("stale", 1);
     const int32_t before = stream.getLong();
     ASSERT_EQ(in.unpack(stream, configb::kPackVersion), STRM_OK) << stream.messages().c_str();
-    EXPECT_TRUE(before == 11 && stream.getLong() == -22);
-    EXPECT_EQ(entriesOf(in), entriesOf(out));
+    EXPECT_TRUE(before == 11 && stream.getLong() == -22 && entriesOf(in) == entriesOf(out));
     EXPECT_TRUE(in.get_end_str() == "EndSettings" && in.get_config_name() == "render" && !in.get_dirty());
 
     // A record cut short fails without inventing entries.
@@ -288,8 +282,7 @@ TEST(ConfigbTest, ReadsAMillionEntries) {
     std::string text = "{\n";
     char line[40];
     for (int i = kCount - 1; i >= 0; --i) {
-        std::snprintf(line, sizeof line, "  Key%07d:int %d\n", i, i * 3);
-        text += line;
+        std::snprintf(line, sizeof line, "  Key%07d:int %d\n", i, i * 3), text += line;
     }
     text += "  KEY0000007 seven\n}";
     configb c;

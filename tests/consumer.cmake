@@ -1,9 +1,5 @@
-# Installs the built library into a scratch prefix and builds tests/consumer against it twice: through
-# the CMake package (find_package + ole::ole) and through pkg-config. This catches headers that are not
-# installed, symbols that are not exported and package files that point to the wrong place.
-#
-# In a sanitizer build libole.so needs the sanitizer runtimes, so the consumer is built with the same
-# -fsanitize flags; that is what any program linking that library would have to do.
+# Installs the library into a scratch prefix and builds tests/consumer against it through the CMake package
+# and through pkg-config. A sanitizer build's library needs the sanitizer runtimes: the consumer gets the flags.
 
 set(OLE_CONSUMER_PREFIX ${CMAKE_CURRENT_BINARY_DIR}/consumer-prefix)
 set(OLE_CONSUMER_SOURCE ${CMAKE_CURRENT_LIST_DIR}/consumer)
@@ -23,11 +19,8 @@ add_test(NAME consumer_cmake_package
     COMMAND ${CMAKE_CTEST_COMMAND}
         --build-and-test ${OLE_CONSUMER_SOURCE} ${CMAKE_CURRENT_BINARY_DIR}/consumer-cmake
         --build-generator ${CMAKE_GENERATOR}
-        --build-options
-            -DCMAKE_PREFIX_PATH=${OLE_CONSUMER_PREFIX}
-            -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
-            -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
-            -DCMAKE_CXX_FLAGS=${OLE_CONSUMER_FLAGS}
+        --build-options -DCMAKE_PREFIX_PATH=${OLE_CONSUMER_PREFIX} -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
+            -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE} -DCMAKE_CXX_FLAGS=${OLE_CONSUMER_FLAGS}
         --test-command consumer)
 set_tests_properties(consumer_cmake_package PROPERTIES FIXTURES_REQUIRED ole_installed TIMEOUT 300)
 
@@ -41,7 +34,5 @@ add_test(NAME consumer_pkg_config
         "$4/consumer"
     ]] sh ${PKG_CONFIG_EXECUTABLE} ${CMAKE_CXX_COMPILER} ${OLE_CONSUMER_SOURCE}
         ${CMAKE_CURRENT_BINARY_DIR}/consumer-pkg-config "${OLE_CONSUMER_FLAGS}" ${OLE_CONSUMER_LIBDIR})
-set_tests_properties(consumer_pkg_config PROPERTIES
-    FIXTURES_REQUIRED ole_installed
-    TIMEOUT 300
+set_tests_properties(consumer_pkg_config PROPERTIES FIXTURES_REQUIRED ole_installed TIMEOUT 300
     ENVIRONMENT "PKG_CONFIG_PATH=${OLE_CONSUMER_LIBDIR}/pkgconfig")

@@ -1,5 +1,4 @@
-# The helper process of the cookie counter tests: CookieJar_test starts it to check that numbering
-# continues across runs and survives being killed in the middle of a flush.
+# The helper process CookieJar_test starts to check numbering across runs and kills during a flush.
 add_executable(cookie_child ${CMAKE_CURRENT_SOURCE_DIR}/cookie_child.cpp)
 target_link_libraries(cookie_child PRIVATE ole)
 add_dependencies(CookieJar_test cookie_child)

@@ -29,13 +29,11 @@ int main(int argc, char** argv) {
     }
     if (argc == 2 && std::strcmp(argv[1], "loop") == 0) {
         CookieJar& jar = CookieJar::instance();
-        say('I', unsigned(::getpid()));
-        say('S', newCookie('P', 0).getNumber());
+        say('I', unsigned(::getpid())), say('S', newCookie('P', 0).getNumber());
         for (unsigned round = 0;; ++round) {
             unsigned last = 0;
             for (unsigned i = 0; i <= round % 3; ++i) last = newCookie('P', 0).getNumber();
-            jar.flush();
-            say('F', last);
+            jar.flush(), say('F', last);
         }
     }
     std::fprintf(stderr, "usage: cookie_child run N | loop\n");

@@ -10,12 +10,8 @@ using namespace Qv;
 
 namespace {
 
-std::string feet(int frames, film_gauge g, int zeroPad = 0) {
-    return frames_to_feet(frames, g, zeroPad);
-}
-int framesOf(std::string text, film_gauge g) {
-    return feet_to_frames(text.data(), g);
-}
+const auto feet = [](int n, film_gauge g, int pad = 0) -> std::string { return frames_to_feet(n, g, pad); };
+const auto framesOf = [](std::string text, film_gauge g) -> int { return feet_to_frames(text.data(), g); };
 
 }  // namespace
 

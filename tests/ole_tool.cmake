@@ -1,5 +1,4 @@
-# tests/ole_tool_test.cpp runs the built ole tool as a child process; it learns where the tool is from a
-# compile definition. Without the tool (OLE_BUILD_TOOLS=OFF) its tests skip themselves.
+# ole_tool_test runs the built tool, found through a compile definition; without the tool its tests skip.
 if(TARGET ole_tool AND TARGET ole_tool_test)
     target_compile_definitions(ole_tool_test PRIVATE OLE_TOOL_PATH="$<TARGET_FILE:ole_tool>")
     add_dependencies(ole_tool_test ole_tool)

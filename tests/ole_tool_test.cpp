@@ -123,15 +123,13 @@ TEST_F(OleTool, CookiesAndIdStamps) {
               R"({"type": "G", "serial": 4, "serial_base36": "0004"})");
     // UUID cookies leave the counter alone; a type-S cookie carries its default version 1.
     const std::string u = oleJson({"cookie", "new", "--uuid", "-t", "s"}, home)["cookies"][0];
-    EXPECT_EQ(oletest::readFile(counter), "5");
-    EXPECT_EQ(u.substr(0, 4) + std::to_string(u.size()), "S01-40");
+    EXPECT_TRUE(oletest::readFile(counter) == "5" && u.substr(0, 4) + std::to_string(u.size()) == "S01-40");
     EXPECT_EQ(oleJson({"cookie", "show", u}, home)["form"], "uuid");
 
     expectHas(oleJson({"cookie", "show", "P00B002S"}),
               R"({"machine": 5, "serial": 100, "builtin_effect": null})");
     const Result check = ole({"cookie", "check", "P00B002S", "p00B002S"});
-    EXPECT_EQ(check.status, 1);
-    EXPECT_EQ(check.out, "P00B002S: well-formed\n");
+    EXPECT_TRUE(check.status == 1 && check.out == "P00B002S: well-formed\n");
     EXPECT_EQ(check.err,
               "ole: 'p00B002S' is not a well-formed cookie text (the editor reads it as P00B002S)\n");
     EXPECT_EQ(oleJson({"cookie", "check", "G00-E9D99A1F-73D2-43D3-B417-825F6B9CF8AF"})[0]["well_formed"],
@@ -170,8 +168,7 @@ TEST_F(OleTool, ConfigEditsKeepTheFilesForm) {
     const std::string odd = "say \"hi\" \\ now\ttab \x01 caf\xC3\xA9 \xF0\x9F\x8E\xAC";
     ASSERT_TRUE(oletest::writeFile(dir + "/odd.cfg", "{\n  Odd " + odd + "\n  Raw bad\xFFmark\n}\n"));
     json j = oleJson({"config", "show", dir + "/odd.cfg"});
-    EXPECT_EQ(j["entries"][0]["value"], odd);
-    EXPECT_EQ(j["entries"][1]["value"], "bad\xEF\xBF\xBDmark");
+    EXPECT_TRUE(j["entries"][0]["value"] == odd && j["entries"][1]["value"] == "bad\xEF\xBF\xBDmark");
 }
 
 TEST_F(OleTool, Preferences) {
@@ -185,8 +182,7 @@ TEST_F(OleTool, Preferences) {
               (json{{"x", 640}, {"y", 480}}));
     EXPECT_EQ(ole({"prefs", "get", "Missing", "--default", "7"}, home).out, "7\n");
     const json all = oleJson({"prefs", "list"}, home);
-    EXPECT_EQ(all["Note"], "two\nlines = \\");
-    EXPECT_EQ(all.size(), 4u);
+    EXPECT_TRUE(all["Note"] == "two\nlines = \\" && all.size() == 4u);
 
     // Export keeps the file's other sections; import into a fresh home brings back the same list.
     const std::string file = oletest::makeTempDir("exported") + "/prefs.txt";
@@ -329,9 +325,7 @@ TEST_F(OleTool, ExitStatuses) {
         {{"formats", "4|0|1|1920|1080|8|9|3|25fps"}, 1, "has an unknown aspect code 9"},
         {{"formats", "4|0|1|0|0|8|2|3|25fps"}, 1, "has a width of 0"},
         {{"cookie", "check", "A00-1D153E8D-61E0-4AB7-A921-7729CD364C42"}, 1, "does not start with a type"},
-        {{"config", "set", "/nonexistent/f.cfg", "Z", "1", "--create"},
-         1,
-         "'/nonexistent/f.cfg': No such file"},
+        {{"config", "set", "/none/f.cfg", "Z", "1", "--create"}, 1, "'/none/f.cfg': No such file"},
         {{"prefs", "import", "<[EditorPreferences]\n A=1\n"}, 1, "may not start or end"},
         {{"prefs", "import", std::string("<[EditorPreferences]\nA=1\0002\n", 27)}, 1, "NUL byte"},
         {{"rates", ""}, 2, "rate: the value is empty"},

@@ -47,19 +47,15 @@ TEST(OutputFormats, EveryRowItsPersistableStringAndAssertionLines) {
         ASSERT_TRUE(&d == getSupportedFormats() + i && d.type() == kRowTypes[i]);
         EXPECT_EQ(d.frameRate(), kRowRates[i]);
         const auto& [name, width, height, aspect, scan, id] = kTypes[d.type() - 1];
-        EXPECT_TRUE(getDisplayString(d.type()) == name);
+        EXPECT_TRUE(getDisplayString(d.type()) == name && d.scanMode() == scan && d.videoFormat() == id);
         EXPECT_TRUE(d.width() == width && d.height() == height && d.bitsPerComponent() == 8);
-        EXPECT_TRUE(d.scanMode() == scan && d.videoFormat() == id);
         EXPECT_EQ(stdoutOf([&] { EXPECT_EQ(d.isInterlaced(), i <= 3 || (i >= 12 && i <= 14)); }), "");
         const Details back(d.getPersistableString());
         EXPECT_TRUE(back == d && back.getPersistableString() == d.getPersistableString());
         // SD rows are labelled by their aspect; the others by their rate, which the label must match.
         EXPECT_EQ(d.aspect(), isSD(d.type()) ? (i % 2 ? 2 : 1) : aspect);
-        if (isSD(d.type())) {
-            EXPECT_TRUE(d.label() == (i % 2 ? L"16:9" : L"4:3"));
-            continue;
-        }
-        EXPECT_TRUE(endsWith(d.label(), L"fps"));
+        EXPECT_TRUE(isSD(d.type()) ? d.label() == (i % 2 ? L"16:9" : L"4:3") : endsWith(d.label(), L"fps"));
+        if (isSD(d.type())) continue;
         EXPECT_NEAR(std::wcstod(d.label().c_str(), nullptr), getFramesPerSecond(d.frameRate()), 0.005);
     }
     EXPECT_TRUE(getFormat(9).label() == L"60.0fps" && getFormat(11).label() == L"30.0fps");

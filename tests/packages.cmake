@@ -1,7 +1,5 @@
-# Makes the Debian packages with cpack, unpacks all three into a scratch root with dpkg -x, and builds
-# tests/consumer against that root with CMake and with pkg-config: the packages alone must be enough to
-# build and run a program. The unpacked tool must run and its manual page must be there. Only in
-# ordinary builds: a sanitizer build's library is not one to package.
+# Makes the Debian packages, unpacks them into a scratch root and builds tests/consumer against that root with
+# CMake and pkg-config; the unpacked tool must run and have its manual page. Not in sanitizer builds.
 find_program(OLE_CPACK cpack HINTS ${CMAKE_COMMAND}/..)
 find_program(OLE_DPKG dpkg)
 if(OLE_SANITIZE OR NOT OLE_CPACK OR NOT OLE_DPKG OR NOT TARGET ole_tool)
@@ -31,6 +29,4 @@ add_test(NAME debian_packages
         LD_LIBRARY_PATH=$root/usr/lib "$root-build/pkg-config/consumer"
     ]] sh ${CMAKE_BINARY_DIR} ${OLE_PACKAGE_ROOT} ${CMAKE_CXX_COMPILER} ${CMAKE_CURRENT_LIST_DIR}/consumer
         ${CMAKE_GENERATOR} ${CMAKE_CTEST_COMMAND} ${OLE_CPACK})
-set_tests_properties(debian_packages PROPERTIES
-    TIMEOUT 600
-    PASS_REGULAR_EXPRESSION "Depends: libole1 \\(= ${PROJECT_VERSION}-[0-9]+\\).*ole ${PROJECT_VERSION}.*ole consumer: ok.*ole consumer: ok")
+set_tests_properties(debian_packages PROPERTIES TIMEOUT 600 PASS_REGULAR_EXPRESSION "Depends: libole1 \\(= ${PROJECT_VERSION}-[0-9]+\\).*ole ${PROJECT_VERSION}.*ole consumer: ok.*ole consumer: ok")

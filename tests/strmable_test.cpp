@@ -165,11 +165,8 @@ TEST(Streamable, OldFormatStreamsAreRead) {
         w.setUnsignedLong(total), w.setUnsignedLong(own);
     };
     const uint32_t circleChunk = 7 + 1 + 2 + 8 + 14, shapeChunk = 6 + 1 + 2 + 8 + 4 + circleChunk;
-    header("Streamable", 1, 0, 0, shapeChunk);
-    header("Shape", 1, 0, 4, 4 + circleChunk);
-    w.setLong(9);
-    header("Circle", 3, 2, 14, 14);
-    w.setDouble(0.5);
+    header("Streamable", 1, 0, 0, shapeChunk), header("Shape", 1, 0, 4, 4 + circleChunk), w.setLong(9);
+    header("Circle", 3, 2, 14, 14), w.setDouble(0.5);
     w.writeBinary("rim\0\0\0", 6, false, true);  // "rim" and two bytes more than the reader takes
 
     f.seek(0);
@@ -207,8 +204,7 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
     StreamFile f;
     PStream s(&f);
     Square sq;
-    sq.side = 3;
-    makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s), sq.STRM_hierarchyPack(s);
+    sq.side = 3, makeCircle().STRM_hierarchyPack(s), Shape().STRM_hierarchyPack(s), sq.STRM_hierarchyPack(s);
 
     f.seek(0);  // the Shape in the middle is not registered
     Qv::Ptr<Streamable> first = m.readObject(s);

@@ -39,9 +39,7 @@ AVTimecode avTimecode(const Kind& kind) {
     return tc;
 }
 
-int twoDigits(const char* p) {
-    return (p[0] - '0') * 10 + (p[1] - '0');
-}
+const auto twoDigits = [](const char* p) -> int { return (p[0] - '0') * 10 + (p[1] - '0'); };
 
 void PrintTo(const Kind& kind, std::ostream* out) {
     *out << getPersistableString(kind.rate).c_str() << (kind.drop ? " drop frame" : " non-drop");
@@ -105,8 +103,7 @@ TEST(AgainstFFmpegAtTheDayEnd, DeliberateDifferences) {
     EXPECT_STREQ(ours, "24:00:00;00");
 
     const AVTimecode pal = avTimecode({FR25, false, {25, 1}, 0});
-    av_timecode_make_string(&pal, theirs, 25 * 86400);
-    tc_to_string(86400.0, ours, kTcFull, FR25, false);
+    av_timecode_make_string(&pal, theirs, 25 * 86400), tc_to_string(86400.0, ours, kTcFull, FR25, false);
     EXPECT_STREQ(theirs, "00:00:00:00");
     EXPECT_STREQ(ours, "24:00:00.00");
 }

@@ -76,8 +76,7 @@ TEST(TcField, TextLinesAndStreamForm) {
 
     StreamFile file;
     PStream stream(&file);
-    tc_field(1234.5).pack(stream);
-    tc_field(-1e99).pack(stream);
+    tc_field(1234.5).pack(stream), tc_field(-1e99).pack(stream);
     ASSERT_EQ(file.size(), 16u);
     double raw;
     std::memcpy(&raw, file.data(), 8);

@@ -12,15 +12,9 @@ namespace oletest {
 class Shape : public StreamableClass<Shape, Streamable> {
 public:
     static constexpr const char* kLayerName = "Shape";
-    int pack(PStream& s) const {
-        setRevision(1, 1);
-        s.setLong(sides);
-        return STRM_OK;
-    }
+    int pack(PStream& s) const { return setRevision(1, 1), s.setLong(sides), STRM_OK; }
     int unpack(PStream& s) {
-        seenMajor = majorRevision();
-        seenMinor = minorRevision();
-        sides = s.getLong();
+        seenMajor = majorRevision(), seenMinor = minorRevision(), sides = s.getLong();
         return STRM_OK;
     }
     int32_t sides = 0;
@@ -31,16 +25,10 @@ class Circle : public StreamableClass<Circle, Shape> {
 public:
     static constexpr const char* kLayerName = "Circle";
     int pack(PStream& s) const {
-        setRevision(3, 2);
-        s.setDouble(radius);
-        s.writeBinary(label.c_str(), 0, false, false);
+        setRevision(3, 2), s.setDouble(radius), s.writeBinary(label.c_str(), 0, false, false);
         return STRM_OK;
     }
-    int unpack(PStream& s) {
-        radius = s.getDouble();
-        s.getString(label);
-        return STRM_OK;
-    }
+    int unpack(PStream& s) { return radius = s.getDouble(), s.getString(label), STRM_OK; }
     double radius = 0;
     LightweightString<char> label;
 };
@@ -48,14 +36,8 @@ public:
 class Square : public StreamableClass<Square, Shape> {
 public:
     static constexpr const char* kLayerName = "Square";
-    int pack(PStream& s) const {
-        s.setFloat(side);
-        return STRM_OK;
-    }
-    int unpack(PStream& s) {
-        side = s.getFloat();
-        return STRM_OK;
-    }
+    int pack(PStream& s) const { return s.setFloat(side), STRM_OK; }
+    int unpack(PStream& s) { return side = s.getFloat(), STRM_OK; }
     float side = 0;
 };
 
