@@ -202,10 +202,10 @@ void allocateBatches(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations() * 64);
 }
-void BM_Allocate_QvPooledObject(benchmark::State& state) {
+void BM_Allocate_OlePooledObject(benchmark::State& state) {
     allocateBatches<PooledNode>(state);
 }
-BENCHMARK(BM_Allocate_QvPooledObject)->ThreadRange(1, 2);
+BENCHMARK(BM_Allocate_OlePooledObject)->ThreadRange(1, 2);
 void BM_Allocate_NewDelete(benchmark::State& state) {
     allocateBatches<PlainNode>(state);
 }

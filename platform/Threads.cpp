@@ -21,7 +21,9 @@ bool Mutex::lock(unsigned timeoutMs) {
 
 // --- Event ----------------------------------------------------------------------------------------------
 // All events share one lock and one condition variable. That keeps waiting for any of several events as
-// simple as waiting for one; events are used for coarse hand-overs, so the shared wake-ups cost little.
+// simple as waiting for one. A waiter first looks for a set event without the lock for a few microseconds
+// before it sleeps, and a set that finds nobody asleep, or its event already set, wakes nobody: a worker
+// fed in quick succession then never pays the system calls of going to sleep and being woken.
 
 namespace {
 std::mutex& eventLock() {
@@ -32,45 +34,62 @@ std::condition_variable& eventSignal() {
     static std::condition_variable signal;
     return signal;
 }
+int sleepers = 0;  // waiters asleep on the shared condition; guarded by eventLock()
 
 // Waits on the shared condition until `ready` holds or the time-out passes; returns `ready`'s last answer.
 template <class Ready>
 bool waitUntil(std::unique_lock<std::mutex>& lock, unsigned timeoutMs, Ready ready) {
-    if (timeoutMs == Event::kInfinite) {
+    if (ready()) return true;
+    ++sleepers;
+    bool readyNow = true;
+    if (timeoutMs == Event::kInfinite)
         eventSignal().wait(lock, ready);
-        return true;
-    }
-    return eventSignal().wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
+    else
+        readyNow = eventSignal().wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
+    --sleepers;
+    return readyNow;
 }
 }  // namespace
 
 Event::Event(bool manualReset, bool initiallySet) : manualReset_(manualReset), set_(initiallySet) {}
 
 void Event::set() {
+    bool wake;
     {
         std::lock_guard<std::mutex> lock(eventLock());
-        set_ = true;
+        wake = !set_.exchange(true, std::memory_order_relaxed) && sleepers > 0;
     }
-    eventSignal().notify_all();
+    if (wake) eventSignal().notify_all();
 }
 
 void Event::reset() {
     std::lock_guard<std::mutex> lock(eventLock());
-    set_ = false;
+    set_.store(false, std::memory_order_relaxed);
 }
 
 bool Event::isSet() const {
     std::lock_guard<std::mutex> lock(eventLock());
-    return set_;
+    return set_.load(std::memory_order_relaxed);
 }
 
 bool Event::tryTake() {
-    if (!set_) return false;
-    if (!manualReset_) set_ = false;
+    if (!set_.load(std::memory_order_relaxed)) return false;
+    if (!manualReset_) set_.store(false, std::memory_order_relaxed);
     return true;
 }
 
+bool Event::spinForAny(Event* const* events, int count) {
+    for (int round = 0; round < 2000; ++round) {
+        for (int i = 0; i < count; ++i)
+            if (events[i] && events[i]->set_.load(std::memory_order_relaxed)) return true;
+        __builtin_ia32_pause();
+    }
+    return false;
+}
+
 bool Event::wait(unsigned timeoutMs) {
+    Event* const self = this;
+    if (timeoutMs != 0) spinForAny(&self, 1);
     std::unique_lock<std::mutex> lock(eventLock());
     return waitUntil(lock, timeoutMs, [this] { return tryTake(); });
 }
@@ -86,6 +105,7 @@ int Event::waitForAny(Event* const* events, int count, unsigned timeoutMs) {
         }
         return false;
     };
+    if (timeoutMs != 0) spinForAny(events, count);
     std::unique_lock<std::mutex> lock(eventLock());
     waitUntil(lock, timeoutMs, anyTaken);
     return taken;

@@ -90,9 +90,11 @@ public:
 
 private:
     bool tryTake();  ///< caller holds the shared lock
+    /// Looks, without the lock, whether any of the events is set, for a short while before a wait sleeps.
+    static bool spinForAny(Event* const* events, int count);
 
     const bool manualReset_;
-    bool set_;
+    std::atomic<bool> set_;  ///< changed under the shared lock; read without it only to decide to spin on
 };
 
 /// A named thread of the operating-system layer. The thread runs `body` once; join() waits for it.
