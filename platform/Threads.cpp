@@ -1,6 +1,7 @@
 #include <ole/platform/Threads.h>
 
 #include <chrono>
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -8,6 +9,30 @@
 #include <unistd.h>
 
 namespace Qv {
+
+// --- CriticalSection ------------------------------------------------------------------------------------
+// The lock word is 0 free, 1 held, 2 held with sleepers possible. A thread that finds it held looks again
+// after growing pauses (looking often would keep pulling the line from the holder, who writes it when it
+// leaves), a couple of hundred pauses in all; then it marks the word 2 and sleeps on it. leave() wakes one
+// sleeper when the word was 2.
+
+void CriticalSection::enterContended() {
+    for (int spin = 0, wait = 1; spin < 200; spin += wait, wait = wait < 32 ? 2 * wait : wait) {
+        for (int i = 0; i < wait; ++i) __builtin_ia32_pause();
+        int expected = kFree;
+        if (state_.load(std::memory_order_relaxed) == kFree &&
+            state_.compare_exchange_weak(expected, kHeld, std::memory_order_acquire,
+                                         std::memory_order_relaxed))
+            return;
+    }
+    while (state_.exchange(kContended, std::memory_order_acquire) != kFree)
+        ::syscall(SYS_futex, reinterpret_cast<int*>(&state_), FUTEX_WAIT_PRIVATE, kContended, nullptr,
+                  nullptr, 0);
+}
+
+void CriticalSection::wakeOne() {
+    ::syscall(SYS_futex, reinterpret_cast<int*>(&state_), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
 
 // --- Mutex ----------------------------------------------------------------------------------------------
 
@@ -20,10 +45,13 @@ bool Mutex::lock(unsigned timeoutMs) {
 }
 
 // --- Event ----------------------------------------------------------------------------------------------
-// All events share one lock and one condition variable. That keeps waiting for any of several events as
-// simple as waiting for one. A waiter first looks for a set event without the lock for a few microseconds
-// before it sleeps, and a set that finds nobody asleep, or its event already set, wakes nobody: a worker
-// fed in quick succession then never pays the system calls of going to sleep and being woken.
+// An event is one atomic flag. Setting and taking it are plain atomic operations; only a waiter that has
+// to sleep uses the lock and condition variable that all events share, which keeps waiting for any of
+// several events as simple as waiting for one. A sleeper announces itself in `sleepers` before it looks
+// at the flags a last time, and a set looks at `sleepers` after it has set its flag: one of the two sees
+// the other, so no wake-up is lost, and a set that finds nobody asleep makes no system call. A waiter
+// also looks for a set event for a few microseconds before it sleeps, so a worker fed in quick
+// succession never pays for going to sleep and being woken.
 
 namespace {
 std::mutex& eventLock() {
@@ -34,19 +62,19 @@ std::condition_variable& eventSignal() {
     static std::condition_variable signal;
     return signal;
 }
-int sleepers = 0;  // waiters asleep on the shared condition; guarded by eventLock()
+std::atomic<int> sleepers{0};  // waiters on the shared condition; changed under eventLock()
 
 // Waits on the shared condition until `ready` holds or the time-out passes; returns `ready`'s last answer.
 template <class Ready>
-bool waitUntil(std::unique_lock<std::mutex>& lock, unsigned timeoutMs, Ready ready) {
-    if (ready()) return true;
-    ++sleepers;
+bool waitUntil(unsigned timeoutMs, Ready ready) {
+    std::unique_lock<std::mutex> lock(eventLock());
+    sleepers.fetch_add(1);
     bool readyNow = true;
     if (timeoutMs == Event::kInfinite)
         eventSignal().wait(lock, ready);
     else
         readyNow = eventSignal().wait_for(lock, std::chrono::milliseconds(timeoutMs), ready);
-    --sleepers;
+    sleepers.fetch_sub(1);
     return readyNow;
 }
 }  // namespace
@@ -54,28 +82,24 @@ bool waitUntil(std::unique_lock<std::mutex>& lock, unsigned timeoutMs, Ready rea
 Event::Event(bool manualReset, bool initiallySet) : manualReset_(manualReset), set_(initiallySet) {}
 
 void Event::set() {
-    bool wake;
-    {
-        std::lock_guard<std::mutex> lock(eventLock());
-        wake = !set_.exchange(true, std::memory_order_relaxed) && sleepers > 0;
-    }
-    if (wake) eventSignal().notify_all();
+    // Already set: whoever set it has woken the sleepers. The exchange writes even then, so that the
+    // taker, reading what it wrote, sees everything this thread did before it set the event.
+    if (set_.exchange(true) || sleepers.load() == 0) return;
+    { std::lock_guard<std::mutex> lock(eventLock()); }  // a sleeper seen above is now waiting
+    eventSignal().notify_all();
 }
 
 void Event::reset() {
-    std::lock_guard<std::mutex> lock(eventLock());
-    set_.store(false, std::memory_order_relaxed);
+    set_.store(false);
 }
 
 bool Event::isSet() const {
-    std::lock_guard<std::mutex> lock(eventLock());
-    return set_.load(std::memory_order_relaxed);
+    return set_.load();
 }
 
 bool Event::tryTake() {
-    if (!set_.load(std::memory_order_relaxed)) return false;
-    if (!manualReset_) set_.store(false, std::memory_order_relaxed);
-    return true;
+    if (!set_.load()) return false;
+    return manualReset_ || set_.exchange(false);
 }
 
 bool Event::spinForAny(Event* const* events, int count) {
@@ -89,9 +113,7 @@ bool Event::spinForAny(Event* const* events, int count) {
 
 bool Event::wait(unsigned timeoutMs) {
     Event* const self = this;
-    if (timeoutMs != 0) spinForAny(&self, 1);
-    std::unique_lock<std::mutex> lock(eventLock());
-    return waitUntil(lock, timeoutMs, [this] { return tryTake(); });
+    return waitForAny(&self, 1, timeoutMs) == 0;
 }
 
 int Event::waitForAny(Event* const* events, int count, unsigned timeoutMs) {
@@ -105,9 +127,9 @@ int Event::waitForAny(Event* const* events, int count, unsigned timeoutMs) {
         }
         return false;
     };
-    if (timeoutMs != 0) spinForAny(events, count);
-    std::unique_lock<std::mutex> lock(eventLock());
-    waitUntil(lock, timeoutMs, anyTaken);
+    while (timeoutMs != 0 && !anyTaken() && spinForAny(events, count)) {
+    }
+    if (taken < 0) waitUntil(timeoutMs, anyTaken);
     return taken;
 }
 

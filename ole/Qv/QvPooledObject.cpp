@@ -10,16 +10,19 @@ namespace Qv {
 
 // Each block carries the link of the free stack in a header of its own, before the caller's bytes, so
 // that reading the link of a block another thread has just popped never touches that thread's object.
-// The link is atomic: a thread popping from the stack may read it while the block's owner writes it.
-// `ahead` is only a hint, read and written by the block's owner: a block some pops further down the stack
-// when the block was handed back, worth fetching early because following links one cold block at a time
-// stalls on each.
+// The header's fields are atomic: a thread popping from the stack may read them while the block's owner
+// writes them. A full cache hands kHandBack blocks back as one chain whose first block names its last in
+// `chainEnd`; a thread whose cache runs dry takes such a chain whole, so blocks freed on one thread and
+// allocated on another cross with one swap per chain rather than one per block. Every other block has a
+// null `chainEnd` and is popped alone.
 struct BlockPool::Block {
     Block* next;
-    Block* ahead;
+    Block* chainEnd;
 
     Block* link() const noexcept { return __atomic_load_n(&next, __ATOMIC_RELAXED); }
     void link(Block* to) noexcept { __atomic_store_n(&next, to, __ATOMIC_RELAXED); }
+    Block* end() const noexcept { return __atomic_load_n(&chainEnd, __ATOMIC_RELAXED); }
+    void end(Block* last) noexcept { __atomic_store_n(&chainEnd, last, __ATOMIC_RELAXED); }
 };
 
 namespace {
@@ -36,7 +39,6 @@ Word pack(void* top, uint64_t tagAndCount) {
 constexpr uint32_t kCacheSlots = 24;
 constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
 constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
-constexpr uint32_t kLookAhead = 16;    // how far down the stack `ahead` points
 
 // A chain of free blocks linked through their headers. `room` is how many more it may take; both are
 // zero until the thread first uses the slot, and again once the thread has ended.
@@ -115,14 +117,26 @@ static Cache* threadCache(uint32_t slot, void (*handBack)() noexcept) {
 }
 
 void* BlockPool::allocateSlow() {
-    Block* block = pop();
+    Block* last = nullptr;
+    Block* block = pop(last);
+    if (last) {  // the rest of a chain: into the cache, or back to the stack if there is no room
+        Block* rest = block->link();
+        Cache* cache = threadCache(cacheSlot_, &BlockPool::threadEnded);
+        if (cache && !cache->top && cache->room >= kHandBack - 1) {
+            last->link(nullptr);
+            cache->top = rest;
+            cache->room -= kHandBack - 1;
+        } else {
+            pushChain(rest, last, kHandBack - 1);
+        }
+    }
     const bool fresh = !block;
     if (fresh) {
         __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
         block = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
         block->link(nullptr);
-        block->ahead = nullptr;
     }
+    block->end(nullptr);
     if (onPop_) onPop_(*this, block + 1, fresh);
     return block + 1;
 }
@@ -133,14 +147,10 @@ void BlockPool::freeSlow(Block* block) noexcept {
     if (!cache->room) {  // full: the most recent kHandBack blocks go back to the stack as one chain
         Block* first = static_cast<Block*>(cache->top);
         Block* last = first;
-        Block* behind[kLookAhead] = {};
-        for (uint32_t i = 1; i < kHandBack; ++i) {
-            behind[i % kLookAhead] = last;
-            last = last->link();
-            if (Block* b = behind[(i + 1) % kLookAhead]) b->ahead = last;
-        }
+        for (uint32_t i = 1; i < kHandBack; ++i) last = last->link();
         cache->top = last->link();
         cache->room = kHandBack;
+        first->end(last);
         pushChain(first, last, kHandBack);
     }
     block->link(static_cast<Block*>(cache->top));
@@ -148,26 +158,27 @@ void BlockPool::freeSlow(Block* block) noexcept {
     --cache->room;
 }
 
-// Pops one block, or returns null when the stack is empty.
-BlockPool::Block* BlockPool::pop() noexcept {
+// Pops the top block, or returns null when the stack is empty. When the top starts a chain the whole chain
+// is taken and `last` names its last block; otherwise `last` is null.
+BlockPool::Block* BlockPool::pop(Block*& last) noexcept {
     Word* head = reinterpret_cast<Word*>(&head_);
     // The two halves are read one at a time; a torn read only makes the swap below fail and retry.
     uint64_t tagAndCount = __atomic_load_n(&head_.tagAndCount, __ATOMIC_ACQUIRE);
     Block* top = __atomic_load_n(&head_.top, __ATOMIC_ACQUIRE);
     while (top) {
-        // `top` may be popped and reused by now; its link is still readable (blocks are never freed) and
-        // a stale value is caught by the tag.
-        Block* next = top->link();
+        // `top` may be popped and reused by now; its header is still readable (blocks are never freed)
+        // and a stale value is caught by the tag.
+        last = top->end();
+        Block* const next = last ? last->link() : top->link();
+        const uint64_t taken = last ? kHandBack : 1;
         const Word expected = pack(top, tagAndCount);
-        const Word seen = __sync_val_compare_and_swap(head, expected, pack(next, tagAndCount + kTagStep - 1));
-        if (seen == expected) {
-            __builtin_prefetch(next, 1);  // blocks handed out next, on their way while this one is used
-            __builtin_prefetch(top->ahead, 1);
-            return top;
-        }
+        const Word seen =
+            __sync_val_compare_and_swap(head, expected, pack(next, tagAndCount + kTagStep - taken));
+        if (seen == expected) return top;
         top = reinterpret_cast<Block*>(uintptr_t(seen));
         tagAndCount = uint64_t(seen >> 64);
     }
+    last = nullptr;
     return nullptr;
 }
 

@@ -15,9 +15,10 @@
 ///
 /// In front of the stack each thread keeps a small cache of free blocks per pool, used without atomics:
 /// freeing puts the block in the cache, allocation takes the most recently freed one. A thread goes to the
-/// stack only when its cache is empty (it then pops one block) or full (it hands a batch back with one
-/// swap). A thread that ends hands its whole cache back, so no block is lost. The first 24 pools made in
-/// the process are cached; later ones, and logging pools, use the stack for every block.
+/// stack only when its cache is empty (it then takes one block, or a whole batch that another thread handed
+/// back) or full (it hands a batch back with one swap). A thread that ends hands its whole cache back, so
+/// no block is lost. The first 24 pools made in the process are cached; later ones, and logging pools, use
+/// the stack for every block.
 ///
 /// Every pool of the process is found by its type's name in the registry of named objects, so all users of
 /// T in the process share one pool. Pools are never destroyed. All operations are thread-safe.
@@ -66,7 +67,7 @@ private:
 
     void* allocateSlow();
     void freeSlow(Block* block) noexcept;
-    Block* pop() noexcept;
+    Block* pop(Block*& last) noexcept;
     void pushChain(Block* first, Block* last, uint32_t count) noexcept;
     static void threadEnded() noexcept;
 

@@ -31,23 +31,27 @@ bool before(uint64_t a, uint64_t b) noexcept {
 
 // The order of a prioritised list. Items of one priority that arrive while their priority's latest run is
 // remembered join that run, a linked list in arrival order. A small direct-mapped table remembers the
-// latest run of recent priorities, with its last item: a priority that is not found there starts a new run
-// even if an older run of it waits, which keeps the order exact because every item of the older run
-// arrived before the new run began. A run that is not remembered keeps its last item in its first item's
-// `prev`. The runs wait in a min-max heap keyed by priority and the arrival number of their first item; the
-// root is the most urgent run and the larger of its two children the least urgent, so both ends are at
-// hand. Joining a run or taking from a run that goes on is O(1); starting or ending one is O(log r) for r
-// runs waiting. The 16-byte entries are numbered from 1 in storage aligned to 64 bytes, which puts the four
-// grandchildren a step down the heap in one cache line.
+// latest run of a priority with its last item, as long as that run waits and no other priority holds the
+// slot: a priority that is not found there starts a new run even if an older run of it waits, which keeps
+// the order exact because every item of the older run arrived before the new run began. A run that is not
+// remembered keeps its last item in its first item's `prev`. The runs wait in a min-max heap keyed by
+// priority and the arrival number of their first item; the root is the most urgent run and the larger of
+// its two children the least urgent, so both ends are at hand. Joining a run or taking from a run that goes
+// on is O(1); starting or ending one is O(log r) for r runs waiting. The 16-byte entries are numbered from
+// 1 in storage aligned to 64 bytes, which puts the four grandchildren a step down the heap in one cache
+// line.
+//
+// While a worker drains a queue that another thread fills, the two stay on separate cache lines: joining a
+// run writes only its slot and its last item, and taking from a run that goes on writes only the heap's
+// root and the items; the slot is written by the taker only when the run ends.
 struct PriorityList::Runs {
     struct Entry {
         uint64_t key;
         QueueLink* first;
     };
     struct Latest {
-        unsigned priority;
-        QueueLink* first;  // null when the slot is free
-        QueueLink* last;
+        QueueLink* last;  // null when the slot is free
+        uint64_t key;     // the remembered run's key in the heap
     };
     static constexpr std::align_val_t kLine{64};
     static constexpr unsigned kLatestBits = 6;
@@ -61,26 +65,30 @@ struct PriorityList::Runs {
     Latest& latest(unsigned p) noexcept {
         return remembered[(p ^ p >> 6 ^ p >> 12 ^ p >> 18 ^ p >> 24 ^ p >> 30) & ((1u << kLatestBits) - 1)];
     }
-    // Where the last item of the run beginning at `first` is kept.
-    QueueLink*& lastOf(QueueLink* first) noexcept {
-        Latest& slot = latest(first->priority);
-        return slot.first == first ? slot.last : first->prev;
+    // The slot that remembers the run of heap entry `e`, or null when the run is not remembered.
+    Latest* slotOf(const Entry& e) noexcept {
+        Latest& slot = latest(unsigned(e.key >> 32));
+        return slot.last && slot.key == e.key ? &slot : nullptr;
+    }
+    // Where the last item of the run at heap entry `e` is kept.
+    QueueLink*& lastOf(const Entry& e) noexcept {
+        Latest* slot = slotOf(e);
+        return slot ? slot->last : e.first->prev;
     }
     void start(QueueLink* link) {
         if (nextArrival == UINT32_MAX) renumber();
         if (size + 1 >= capacity) grow();
         link->prev = link;
         link->next = nullptr;
-        place(Entry{uint64_t(link->priority) << 32 | nextArrival++, link});
+        const Entry e{uint64_t(link->priority) << 32 | nextArrival++, link};
+        place(e);
         Latest& slot = latest(link->priority);
-        if (slot.first) slot.first->prev = slot.last;  // forgotten: the run keeps its own last item
-        slot = Latest{link->priority, link, link};
+        if (!slot.last) slot = Latest{link, e.key};
     }
     std::size_t lastRun() const noexcept { return size < 3 ? size : at[2].key > at[3].key ? 2 : 3; }
-    // Removes the run at `i`, whose only item `first` is being taken.
-    void end(std::size_t i, QueueLink* first) noexcept {
-        Latest& slot = latest(first->priority);
-        if (slot.first == first) slot.first = nullptr;
+    // Removes the run at `i`, whose only item is being taken.
+    void end(std::size_t i) noexcept {
+        if (Latest* slot = slotOf(at[i])) slot->last = nullptr;
         if (i == 1 && size >= 8) {  // the next most urgent is almost surely the least grandchild
             std::size_t m = 4;
             for (std::size_t k = 5; k < 8; ++k) m = at[k].key < at[m].key ? k : m;
@@ -94,7 +102,7 @@ struct PriorityList::Runs {
     std::size_t size = 0;
     std::size_t capacity = 0;
     uint32_t nextArrival;
-    Latest remembered[1u << kLatestBits] = {};
+    alignas(64) Latest remembered[1u << kLatestBits] = {};  // apart from the fields the taker reads
 
 private:
     void place(const Entry& e) noexcept { bubbleUp(++size, e); }
@@ -166,13 +174,20 @@ private:
         at = bigger;
         capacity = wanted;
     }
-    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand.
+    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand, and their
+    // slots with them.
     void renumber() {
         std::vector<Entry> all(at + 1, at + 1 + size);
         std::sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
+        std::vector<Latest*> slots(all.size());
+        for (std::size_t i = 0; i < all.size(); ++i) slots[i] = slotOf(all[i]);
         size = 0;
         nextArrival = 0;
-        for (Entry& e : all) place(Entry{(e.key >> 32) << 32 | nextArrival++, e.first});
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            const Entry renumbered{(all[i].key >> 32) << 32 | nextArrival++, all[i].first};
+            if (slots[i]) slots[i]->key = renumbered.key;
+            place(renumbered);
+        }
     }
 };
 
@@ -193,7 +208,7 @@ void PriorityList::insert(QueueLink* link) {
         return;
     }
     Runs::Latest& slot = runs_->latest(link->priority);
-    if (!slot.first || slot.priority != link->priority) return runs_->start(link);
+    if (!slot.last || unsigned(slot.key >> 32) != link->priority) return runs_->start(link);
     link->prev = slot.last;
     link->next = nullptr;
     slot.last->next = link;
@@ -207,7 +222,7 @@ QueueLink* PriorityList::first() noexcept {
 
 QueueLink* PriorityList::last() noexcept {
     if (!runs_) return tail_;
-    return runs_->size ? runs_->lastOf(runs_->at[runs_->lastRun()].first) : nullptr;
+    return runs_->size ? runs_->lastOf(runs_->at[runs_->lastRun()]) : nullptr;
 }
 
 QueueLink* PriorityList::takeFirst() noexcept {
@@ -222,14 +237,10 @@ QueueLink* PriorityList::takeFirst() noexcept {
     }
     link = runs_->at[1].first;
     if (QueueLink* next = link->next) {  // the run goes on from its second item
-        Runs::Latest& slot = runs_->latest(link->priority);
-        if (slot.first == link)
-            slot.first = next;
-        else
-            next->prev = link->prev;
+        next->prev = link->prev;         // the last item, if the run keeps it; otherwise unused
         runs_->at[1].first = next;
     } else {
-        runs_->end(1, link);
+        runs_->end(1);
     }
     if (runs_->size) __builtin_prefetch(runs_->at[1].first);  // on its way while this item runs
     return link;
@@ -247,10 +258,10 @@ QueueLink* PriorityList::takeLast() noexcept {
     }
     const std::size_t i = runs_->lastRun();
     QueueLink* first = runs_->at[i].first;
-    QueueLink*& last = runs_->lastOf(first);
+    QueueLink*& last = runs_->lastOf(runs_->at[i]);
     link = last;
     if (link == first) {
-        runs_->end(i, first);
+        runs_->end(i);
     } else {
         last = link->prev;
         last->next = nullptr;

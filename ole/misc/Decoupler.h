@@ -87,6 +87,7 @@ private:
 template <class Ctx, class TS>
 struct QueueItem : QueueLink, QvPooledObject<QueueItem<Ctx, TS>> {
     explicit QueueItem(const QvDC::Cmd<Ctx, TS>& c, unsigned p) : command(c) { priority = p; }
+    explicit QueueItem(QvDC::Cmd<Ctx, TS>&& c, unsigned p) : command(std::move(c)) { priority = p; }
 
     /// Orders items by descending priority.
     struct priority_greater {
@@ -158,9 +159,10 @@ private:
 
 // ---- queue ----------------------------------------------------------------------------------------------
 
-/// A queue of commands in priority order (or arrival order), executed on demand by its owner.
+/// A queue of commands in priority order (or arrival order), executed on demand by its owner. A queue starts
+/// a cache line, which holds its lock and its list: a thread that takes the lock has the list with it.
 template <class TS = NoLocking, class Ctx = NoCtx>
-class Queue : private detail::QueueLocking<TS> {
+class alignas(64) Queue : private detail::QueueLocking<TS> {
 public:
     using Command = QvDC::Cmd<Ctx, TS>;
     using Item = QueueItem<Ctx, TS>;
@@ -173,11 +175,9 @@ public:
         while (QueueLink* link = list_.takeFirst()) delete static_cast<Item*>(link);
     }
 
-    void insert(const Command& command, unsigned priority) {
-        Item* item = new Item(command, priority);
-        Hold hold(*this);
-        list_.insert(item);
-    }
+    void insert(const Command& command, unsigned priority) { link(new Item(command, priority)); }
+    /// The same, taking over the caller's handle.
+    void insert(Command&& command, unsigned priority) { link(new Item(std::move(command), priority)); }
 
     bool isEmpty() const { return size() == 0; }
     unsigned size() const {
@@ -238,6 +238,11 @@ public:
 private:
     using Hold = typename detail::QueueLocking<TS>::Hold;
     enum End { kFront, kBack };
+
+    void link(Item* item) {
+        Hold hold(*this);
+        list_.insert(item);
+    }
 
     template <class F>
     static void withDefault(F&& f) {
