@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <type_traits>
 
 namespace Qv {
 namespace StringBlocks {
@@ -202,9 +203,7 @@ public:
         if (impl && c != CharT(0) && Qv::RefCountService::value(impl->refCountPtr()) == 1 &&
             impl->length + 1 < impl->capacity) {
             const uint32_t n = impl->length;
-            CharT* const data = impl->data;
-            data[n] = c;
-            data[n + 1] = CharT(0);
+            storeWithTerminator(impl->data + n, c);
             impl->length = n + 1;
         } else {
             pushBackSlow(c);
@@ -329,6 +328,16 @@ private:
         fresh->length = need;
         fresh->data[need] = CharT(0);
         impl_ = std::move(fresh);
+    }
+    /// Writes `c` and a terminator after it with one store: one store fewer per character appended.
+    static void storeWithTerminator(CharT* at, CharT c) noexcept {
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the character goes in the low half");
+        using Unsigned = std::conditional_t<sizeof(CharT) == 1, uint8_t, uint32_t>;
+        using Pair = std::conditional_t<sizeof(CharT) == 1, uint16_t, uint64_t>;
+        static_assert(sizeof(Unsigned) == sizeof(CharT) && sizeof(Pair) == 2 * sizeof(CharT),
+                      "two characters");
+        const Pair both = Pair(Unsigned(c));
+        std::memcpy(at, &both, sizeof both);
     }
     __attribute__((noinline)) void pushBackSlow(CharT c) {
         if (c != CharT(0)) append(&c, 1);
