@@ -82,10 +82,10 @@ public:
 private:
     enum : int { kFree = 0, kHeld = 1, kContended = 2 };
 
-    /// A value unique to the calling thread while it lives.
+    /// A value unique to the calling thread while it lives, the same in every module of the process (an
+    /// inline function's thread_local would be one per shared object).
     static uintptr_t currentThreadToken() noexcept {
-        static thread_local char token;
-        return reinterpret_cast<uintptr_t>(&token);
+        return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
     }
     void enterContended();
     void wakeOne();

@@ -1,6 +1,7 @@
 #include <ole/misc/Notifier.h>
 
 #include <ole/misc/Cookie.h>
+#include <ole/platform/Threads.h>
 
 #include "support/StdoutCapture.h"
 
@@ -112,6 +113,10 @@ TEST(Notifier, CallbacksMayChangeTheNotifierCallingThem) {
     auto nester = n.registerNotification(
         on<NotifyMsg>([&](const NotifyMsg&) { n.issueNotification(NotifyMsg("nested"), inner); }), outer);
     EXPECT_EQ(fire(n, log, outer), "kaka");
+
+    // A caller that holds the notifier's lock (entered here, then again inside the library) may register.
+    Qv::CriticalSection::Lock hold(n.criticalSection());
+    EXPECT_TRUE(n.registerNotification(tagger(log, "h"), kAny));
 }
 
 TEST(Notifier, DestructionMessageLetsClientsDropTheirGuards) {
