@@ -43,6 +43,28 @@ inline std::size_t textLength(const char* s) noexcept {
 inline std::size_t textLength(const wchar_t* s) noexcept {
     return std::wcslen(s);
 }
+
+/// Copies n bytes (sizeof(Word) <= n <= 2 * sizeof(Word)) as two words, possibly overlapping. Both are
+/// loaded before either is stored, so the ranges may overlap.
+template <class Word>
+inline void moveEnds(char* out, const char* in, std::size_t n) noexcept {
+    Word head, tail;
+    std::memcpy(&head, in, sizeof head);
+    std::memcpy(&tail, in + n - sizeof tail, sizeof tail);
+    std::memcpy(out, &head, sizeof head);
+    std::memcpy(out + n - sizeof tail, &tail, sizeof tail);
+}
+/// memmove without a library call for the runs of 4 to 16 bytes that most names, labels and values are.
+inline void moveBytes(void* to, const void* from, std::size_t n) noexcept {
+    char* out = static_cast<char*>(to);
+    const char* in = static_cast<const char*>(from);
+    if (n >= 8 && n <= 16)
+        moveEnds<uint64_t>(out, in, n);
+    else if (n >= 4 && n < 8)
+        moveEnds<uint32_t>(out, in, n);
+    else if (n)
+        std::memmove(out, in, n);
+}
 }  // namespace StringBlocks
 }  // namespace Qv
 
@@ -163,7 +185,7 @@ public:
             return;
         }
         if (writableInPlace(len)) {
-            std::memmove(impl_->data, text, len * sizeof(CharT));  // the text may lie in this block
+            moveChars(impl_->data, text, len);  // the text may lie in this block
             setLength(len);
         } else {
             ImplPtr fresh = createImpl(len, true);
@@ -176,7 +198,7 @@ public:
         if (len == 0) return;
         const unsigned need = size() + len;
         if (writableInPlace(need)) {
-            std::memmove(impl_->data + impl_->length, text, len * sizeof(CharT));
+            moveChars(impl_->data + impl_->length, text, len);
             setLength(need);
         } else {
             grow(need, text, len);
@@ -328,6 +350,14 @@ private:
         fresh->length = need;
         fresh->data[need] = CharT(0);
         impl_ = std::move(fresh);
+    }
+    /// Moves `n` characters; the ranges may overlap. Narrow texts, which are mostly short names and
+    /// labels, are moved without a library call.
+    static void moveChars(CharT* to, const CharT* from, unsigned n) noexcept {
+        if constexpr (sizeof(CharT) == 1)
+            Qv::StringBlocks::moveBytes(to, from, n);
+        else
+            std::memmove(to, from, n * sizeof(CharT));
     }
     /// Writes `c` and a terminator after it with one store: one store fewer per character appended.
     static void storeWithTerminator(CharT* at, CharT c) noexcept {

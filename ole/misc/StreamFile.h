@@ -104,7 +104,7 @@ public:
     bool write(const void* data, std::size_t length) {
         // Fast path: the bytes fit the storage already allocated (overwriting or appending).
         if (length <= store_.size() - pos_ && writable_ && data && length) {
-            copyBytes(store_.data() + pos_, data, length);
+            Qv::StringBlocks::moveBytes(store_.data() + pos_, data, length);
             pos_ += length;
             if (pos_ > size_) size_ = pos_;
             modified_ = true;
@@ -126,7 +126,7 @@ public:
     /// All or nothing (see the failure rules above).
     bool read(void* buffer, std::size_t length) {
         if (length <= size_ - pos_) {
-            copyBytes(buffer, store_.data() + pos_, length);
+            Qv::StringBlocks::moveBytes(buffer, store_.data() + pos_, length);
             pos_ += length;
             return true;
         }
@@ -183,28 +183,6 @@ public:
     }
 
 private:
-    /// memcpy without a library call for the runs of 4 to 16 bytes that most values and names are.
-    static void copyBytes(void* to, const void* from, std::size_t n) noexcept {
-        char* out = static_cast<char*>(to);
-        const char* in = static_cast<const char*>(from);
-        if (n >= 8 && n <= 16) {
-            copyEnds<uint64_t>(out, in, n);
-        } else if (n >= 4 && n < 8) {
-            copyEnds<uint32_t>(out, in, n);
-        } else if (n) {
-            std::memcpy(out, in, n);
-        }
-    }
-    /// Copies n bytes (sizeof(Word) <= n <= 2 * sizeof(Word)) as two words, possibly overlapping.
-    template <class Word>
-    static void copyEnds(char* out, const char* in, std::size_t n) noexcept {
-        Word head, tail;
-        std::memcpy(&head, in, sizeof head);
-        std::memcpy(&tail, in + n - sizeof tail, sizeof tail);
-        std::memcpy(out, &head, sizeof head);
-        std::memcpy(out + n - sizeof tail, &tail, sizeof tail);
-    }
-
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
     /// viewString's failure: no terminator before the end.
