@@ -151,12 +151,12 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
 }
 
 // Random inserts and takes from both ends against a sorted model: few and many distinct priorities,
-// priorities that keep displacing each other from the table of recent runs (multiples of 65), and arrival
+// priorities that share a slot of the table of remembered runs (multiples of 65), and arrival
 // numbers about to run out.
 TEST(PriorityList, MatchesASortedModelAtBothEnds) {
     const std::pair<unsigned, unsigned> draws[] = {{5, 1}, {40, 1}, {4, 65}, {1000, 1}, {0, 1}};  // 0: any
     for (const auto& [range, spacing] : draws)
-        for (const uint32_t firstArrival : {0u, UINT32_MAX - 200}) {
+        for (const uint32_t firstArrival : {0u, PriorityList::kArrivals - 200}) {
             std::mt19937 random(range);
             PriorityList list(true, firstArrival);
             std::vector<QueueLink> links(6000);
@@ -179,7 +179,7 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
             EXPECT_TRUE(!list.takeFirst() && !list.takeLast() && !list.first() && !list.last());
         }
 
-    // A run of 0s displaced from that table by 65, then taken from both ends.
+    // A run of 65 that finds its slot held by the run of 0s keeps its own last item; both ends.
     PriorityList list(true);
     QueueLink links[4];
     for (QueueLink& link : links) link.priority = &link == &links[3] ? 65 : 0, list.insert(&link);

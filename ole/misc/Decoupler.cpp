@@ -30,33 +30,36 @@ bool before(uint64_t a, uint64_t b) noexcept {
 }  // namespace
 
 // The order of a prioritised list. Items of one priority that arrive while their priority's latest run is
-// remembered join that run, a linked list in arrival order. A small direct-mapped table remembers the
-// latest run of a priority with its last item, as long as that run waits and no other priority holds the
-// slot: a priority that is not found there starts a new run even if an older run of it waits, which keeps
-// the order exact because every item of the older run arrived before the new run began. A run that is not
+// remembered join that run, a linked list in arrival order. A small direct-mapped table remembers a run of
+// a priority with its last item for as long as the run waits, if the slot was free when the run began: a
+// priority that is not found there starts a new run even if an older run of it waits, which keeps the
+// order exact because every item of the older run arrived before the new run began. A run that is not
 // remembered keeps its last item in its first item's `prev`. The runs wait in a min-max heap keyed by
-// priority and the arrival number of their first item; the root is the most urgent run and the larger of
-// its two children the least urgent, so both ends are at hand. Joining a run or taking from a run that goes
-// on is O(1); starting or ending one is O(log r) for r runs waiting. The 16-byte entries are numbered from
-// 1 in storage aligned to 64 bytes, which puts the four grandchildren a step down the heap in one cache
-// line.
+// priority and arrival number of their first item, with the lowest key bit saying whether the run is
+// remembered; the root is the most urgent run and the larger of its two children the least urgent, so
+// both ends are at hand. Joining a run or taking from a run that goes on is O(1); starting or ending one is
+// O(log r) for r runs waiting. The 16-byte entries are numbered from 1 in storage aligned to 64 bytes,
+// which puts the four grandchildren a step down the heap in one cache line.
 //
 // While a worker drains a queue that another thread fills, the two stay on separate cache lines: joining a
-// run writes only its slot and its last item, and taking from a run that goes on writes only the heap's
-// root and the items; the slot is written by the taker only when the run ends.
+// run writes only its slot and its last item, and taking from a remembered run that goes on writes only
+// the heap's root; the slot is written by the taker only when the run ends.
 struct PriorityList::Runs {
     struct Entry {
-        uint64_t key;
+        uint64_t key;  // priority, arrival number, and 1 when the run keeps its own last item
         QueueLink* first;
+
+        unsigned priority() const noexcept { return unsigned(key >> 32); }
+        bool remembered() const noexcept { return !(key & 1); }
     };
     struct Latest {
         QueueLink* last;  // null when the slot is free
-        uint64_t key;     // the remembered run's key in the heap
+        unsigned priority;
     };
     static constexpr std::align_val_t kLine{64};
     static constexpr unsigned kLatestBits = 6;
 
-    explicit Runs(uint32_t firstArrival) : nextArrival(firstArrival) {}
+    explicit Runs(uint32_t firstArrival) : nextArrival(std::min(firstArrival, kArrivals)) {}
     ~Runs() { ::operator delete(at, kLine); }
     Runs(const Runs&) = delete;
     Runs& operator=(const Runs&) = delete;
@@ -65,30 +68,24 @@ struct PriorityList::Runs {
     Latest& latest(unsigned p) noexcept {
         return remembered[(p ^ p >> 6 ^ p >> 12 ^ p >> 18 ^ p >> 24 ^ p >> 30) & ((1u << kLatestBits) - 1)];
     }
-    // The slot that remembers the run of heap entry `e`, or null when the run is not remembered.
-    Latest* slotOf(const Entry& e) noexcept {
-        Latest& slot = latest(unsigned(e.key >> 32));
-        return slot.last && slot.key == e.key ? &slot : nullptr;
-    }
     // Where the last item of the run at heap entry `e` is kept.
     QueueLink*& lastOf(const Entry& e) noexcept {
-        Latest* slot = slotOf(e);
-        return slot ? slot->last : e.first->prev;
+        return e.remembered() ? latest(e.priority()).last : e.first->prev;
     }
     void start(QueueLink* link) {
-        if (nextArrival == UINT32_MAX) renumber();
+        if (nextArrival == kArrivals) renumber();
         if (size + 1 >= capacity) grow();
         link->prev = link;
         link->next = nullptr;
-        const Entry e{uint64_t(link->priority) << 32 | nextArrival++, link};
-        place(e);
         Latest& slot = latest(link->priority);
-        if (!slot.last) slot = Latest{link, e.key};
+        const bool remember = !slot.last;
+        place(Entry{uint64_t(link->priority) << 32 | uint64_t(nextArrival++) << 1 | !remember, link});
+        if (remember) slot = Latest{link, link->priority};
     }
     std::size_t lastRun() const noexcept { return size < 3 ? size : at[2].key > at[3].key ? 2 : 3; }
     // Removes the run at `i`, whose only item is being taken.
     void end(std::size_t i) noexcept {
-        if (Latest* slot = slotOf(at[i])) slot->last = nullptr;
+        if (at[i].remembered()) latest(at[i].priority()).last = nullptr;
         if (i == 1 && size >= 8) {  // the next most urgent is almost surely the least grandchild
             std::size_t m = 4;
             for (std::size_t k = 5; k < 8; ++k) m = at[k].key < at[m].key ? k : m;
@@ -174,20 +171,14 @@ private:
         at = bigger;
         capacity = wanted;
     }
-    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand, and their
-    // slots with them.
+    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand.
     void renumber() {
         std::vector<Entry> all(at + 1, at + 1 + size);
         std::sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
-        std::vector<Latest*> slots(all.size());
-        for (std::size_t i = 0; i < all.size(); ++i) slots[i] = slotOf(all[i]);
         size = 0;
         nextArrival = 0;
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            const Entry renumbered{(all[i].key >> 32) << 32 | nextArrival++, all[i].first};
-            if (slots[i]) slots[i]->key = renumbered.key;
-            place(renumbered);
-        }
+        for (Entry& e : all)
+            place(Entry{(e.key >> 32) << 32 | uint64_t(nextArrival++) << 1 | (e.key & 1), e.first});
     }
 };
 
@@ -208,7 +199,7 @@ void PriorityList::insert(QueueLink* link) {
         return;
     }
     Runs::Latest& slot = runs_->latest(link->priority);
-    if (!slot.last || unsigned(slot.key >> 32) != link->priority) return runs_->start(link);
+    if (!slot.last || slot.priority != link->priority) return runs_->start(link);
     link->prev = slot.last;
     link->next = nullptr;
     slot.last->next = link;

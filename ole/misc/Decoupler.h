@@ -55,12 +55,15 @@ struct QueueLink {
 /// The order of a queue's items, whatever they carry. A prioritised list keeps runs of items of one
 /// priority in arrival order, and the runs in a min-max heap keyed by priority and arrival, so the most and
 /// the least urgent item are both at hand. An item joins the latest run of its priority in O(1) when that
-/// run is recent; otherwise it starts a run, in O(log r) for r runs waiting: never a walk over the items,
-/// whatever the queue's length. Runs are numbered from `firstArrival` (tests start near the end); when the
-/// numbers run out, the waiting runs are numbered again in their order. A list that is not prioritised is
-/// a linked list in arrival order. Not thread-safe.
+/// run is remembered; otherwise it starts a run, in O(log r) for r runs waiting: never a walk over the
+/// items, whatever the queue's length. Runs are numbered from `firstArrival` (tests start near the end,
+/// kArrivals); when the numbers run out, the waiting runs are numbered again in their order. A list that is
+/// not prioritised is a linked list in arrival order. Not thread-safe.
 class OLE_API PriorityList {
 public:
+    /// Runs are numbered below kArrivals.
+    static constexpr uint32_t kArrivals = uint32_t(1) << 31;
+
     explicit PriorityList(bool prioritised, uint32_t firstArrival = 0);
     ~PriorityList();
     PriorityList(const PriorityList&) = delete;
