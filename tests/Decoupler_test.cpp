@@ -185,6 +185,16 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
     for (QueueLink& link : links) link.priority = &link == &links[3] ? 65 : 0, list.insert(&link);
     EXPECT_TRUE(list.takeFirst() == &links[0] && list.takeLast() == &links[3] && list.last() == &links[2] &&
                 list.takeLast() == &links[2] && list.takeFirst() == &links[1] && !list.first());
+
+    // Arrival numbers run out while runs wait: every 65 after the first 0 starts a run, the fourth run is
+    // numbered again with those before it, and the order holds.
+    PriorityList nearEnd(true, PriorityList::kArrivals - 3);
+    QueueLink more[7];
+    for (QueueLink& link : more)
+        link.priority = &link == &more[0] || &link == &more[5] ? 0 : 65, nearEnd.insert(&link);
+    for (QueueLink* expected : {&more[0], &more[5], &more[1], &more[2], &more[3]})
+        EXPECT_EQ(nearEnd.takeFirst(), expected);
+    EXPECT_TRUE(nearEnd.takeLast() == &more[6] && nearEnd.takeLast() == &more[4] && !nearEnd.first());
 }
 
 TEST(Queue, RecursiveAccessFromInsideTheLockThrows) {
