@@ -54,11 +54,18 @@ inline void moveEnds(char* out, const char* in, std::size_t n) noexcept {
     std::memcpy(out, &head, sizeof head);
     std::memcpy(out + n - sizeof tail, &tail, sizeof tail);
 }
-/// memmove without a library call for the runs of 4 to 16 bytes that most names, labels and values are.
+/// Sixteen bytes moved as one unit.
+struct Bytes16 {
+    uint64_t half[2];
+};
+/// memmove without a library call for the runs of 4 to 32 bytes that most names, labels, values and
+/// headers are.
 inline void moveBytes(void* to, const void* from, std::size_t n) noexcept {
     char* out = static_cast<char*>(to);
     const char* in = static_cast<const char*>(from);
-    if (n >= 8 && n <= 16)
+    if (n > 16 && n <= 32)
+        moveEnds<Bytes16>(out, in, n);
+    else if (n >= 8 && n <= 16)
         moveEnds<uint64_t>(out, in, n);
     else if (n >= 4 && n < 8)
         moveEnds<uint32_t>(out, in, n);

@@ -36,6 +36,9 @@ enum class HeaderStatus { Ok, EndOfFile, OversizedMajor, OversizedMinor, BadSize
 
 // The fixed part of a current header after the name: two revision bytes and two 32-bit sizes.
 constexpr std::size_t kFixedHeaderBytes = 10;
+// The fixed part of a header as packing first writes it: revision 1.0 and sizes to be patched.
+constexpr char kPlaceholder[kFixedHeaderBytes] = {1,          0,          char(0xFF), char(0xFF), char(0xFF),
+                                                  char(0xFF), char(0xFF), char(0xFF), char(0xFF), char(0xFF)};
 
 // memcmp(a, b, n) == 0 for the short names of headers: a few word compares instead of a library call.
 inline bool sameBytes(const void* a, const void* b, std::size_t n) {
@@ -234,6 +237,9 @@ void StreamableLayerList::push(const StreamableLayer& layer) {
     if (!QV_ASSERT_AT(count_ < kMaxLayers, "ole/misc/strmable", 175)) return;
     if (count_ > 1) belowRoot_.push_back('.');
     if (count_ > 0) belowRoot_.append(layer.name, unsigned(layer.nameLength));
+    headers_[count_]
+        .assign(layer.name, layer.nameLength + 1)
+        .append(kPlaceholder, kPlaceholder + sizeof kPlaceholder);
     layers_[count_++] = layer;
 }
 
@@ -292,17 +298,15 @@ int failMissingLayer(PStream& s, const StreamableLayerList& layers, unsigned ind
 
 int BaseTraits::packHeaderAndObject(const Streamable& object, PStream& s, const StreamableLayerList& layers,
                                     unsigned index) {
-    static constexpr uint8_t kPlaceholder[kFixedHeaderBytes] = {1,    0,    0xFF, 0xFF, 0xFF,
-                                                                0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
     StreamFile& f = *s.file();
     const StreamableLayer& layer = layers[index];
 
     // Header with placeholders; the real revision and sizes are known only after the nested layers.
     object.setRevision(1, 0);
-    f.write(layer.name, layer.nameLength + 1);  // with its terminator
-    const std::size_t patchAt = f.position();
-    f.write(kPlaceholder, sizeof kPlaceholder);
+    const std::string& header = layers.header(index);
+    f.write(header.data(), header.size());
     const std::size_t dataStart = f.position();
+    const std::size_t patchAt = dataStart - kFixedHeaderBytes;
 
     object.activeLayers_ = &layers;
     object.activeLayer_ = index;

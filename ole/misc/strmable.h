@@ -208,9 +208,13 @@ public:
     unsigned size() const noexcept { return count_; }
     const StreamableLayer& operator[](unsigned i) const noexcept { return layers_[i]; }
     const LightweightString<char>& belowRoot() const noexcept { return belowRoot_; }
+    /// What packing writes first for layer i: its name, the terminator and the fixed part with its
+    /// placeholders, in one run.
+    const std::string& header(unsigned i) const noexcept { return headers_[i]; }
 
 private:
     StreamableLayer layers_[kMaxLayers];
+    std::string headers_[kMaxLayers];
     unsigned count_ = 0;
     LightweightString<char> belowRoot_;
 };
