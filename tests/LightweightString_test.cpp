@@ -223,3 +223,16 @@ TEST(CaseInsensitiveCompare, MapKeysIgnoreCase) {
 }
 
 }  // namespace
+
+// The short-run move must do what memmove does at every length it handles itself (and a little beyond),
+// with the ranges overlapping either way.
+TEST(StringBlocks, MoveBytesMatchesMemmoveAtEveryShortLength) {
+    for (std::size_t n = 0; n <= 40; ++n)
+        for (const int shift : {-3, -1, 0, 1, 5}) {
+            char expected[64], got[64];
+            for (int i = 0; i < 64; ++i) expected[i] = got[i] = char('a' + i % 26);
+            std::memmove(expected + 8 + shift, expected + 8, n);
+            Qv::StringBlocks::moveBytes(got + 8 + shift, got + 8, n);
+            ASSERT_EQ(std::memcmp(expected, got, sizeof got), 0) << n << " bytes, shift " << shift;
+        }
+}

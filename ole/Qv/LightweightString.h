@@ -58,7 +58,7 @@ inline void moveEnds(char* out, const char* in, std::size_t n) noexcept {
 struct Bytes16 {
     uint64_t half[2];
 };
-/// memmove without a library call for the runs of 4 to 32 bytes that most names, labels, values and
+/// memmove without a library call for the runs of up to 32 bytes that most names, labels, values and
 /// headers are.
 inline void moveBytes(void* to, const void* from, std::size_t n) noexcept {
     char* out = static_cast<char*>(to);
@@ -69,7 +69,10 @@ inline void moveBytes(void* to, const void* from, std::size_t n) noexcept {
         moveEnds<uint64_t>(out, in, n);
     else if (n >= 4 && n < 8)
         moveEnds<uint32_t>(out, in, n);
-    else if (n)
+    else if (n && n < 4) {  // first, middle and last byte, all read before any is written
+        const char a = in[0], b = in[n / 2], c = in[n - 1];
+        out[0] = a, out[n / 2] = b, out[n - 1] = c;
+    } else if (n)
         std::memmove(out, in, n);
 }
 }  // namespace StringBlocks
