@@ -35,21 +35,12 @@ public:
     CriticalSection& operator=(const CriticalSection&) = delete;
 
     void enter() {
-        const uintptr_t self = currentThreadToken();
-        if (owner_.load(std::memory_order_relaxed) == self) {
-            ++depth_;
-            return;
-        }
-        int expected = kFree;
-        if (!state_.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
-                                            std::memory_order_relaxed))
-            enterContended();
-        owner_.store(self, std::memory_order_relaxed);
-        depth_ = 1;
+        if (tryEnter()) return;
+        enterContended();
+        own();
     }
     bool tryEnter() {
-        const uintptr_t self = currentThreadToken();
-        if (owner_.load(std::memory_order_relaxed) == self) {
+        if (owner_.load(std::memory_order_relaxed) == currentThreadToken()) {
             ++depth_;
             return true;
         }
@@ -57,8 +48,7 @@ public:
         if (!state_.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
                                             std::memory_order_relaxed))
             return false;
-        owner_.store(self, std::memory_order_relaxed);
-        depth_ = 1;
+        own();
         return true;
     }
     void leave() {
@@ -86,6 +76,11 @@ private:
     /// inline function's thread_local would be one per shared object).
     static uintptr_t currentThreadToken() noexcept {
         return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
+    }
+    /// Records the calling thread, which has just taken the lock word, as the owner.
+    void own() noexcept {
+        owner_.store(currentThreadToken(), std::memory_order_relaxed);
+        depth_ = 1;
     }
     void enterContended();
     void wakeOne();

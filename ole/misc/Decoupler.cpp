@@ -49,6 +49,10 @@ struct PriorityList::Runs {
         uint64_t key;  // priority, arrival number, and 1 when the run keeps its own last item
         QueueLink* first;
 
+        /// The key of a run of priority p that arrived `arrival`-th; `own` when it keeps its last item.
+        static uint64_t keyOf(unsigned p, uint32_t arrival, bool own) noexcept {
+            return uint64_t(p) << 32 | uint64_t(arrival) << 1 | own;
+        }
         unsigned priority() const noexcept { return unsigned(key >> 32); }
         bool remembered() const noexcept { return !(key & 1); }
     };
@@ -79,7 +83,7 @@ struct PriorityList::Runs {
         link->next = nullptr;
         Latest& slot = latest(link->priority);
         const bool remember = !slot.last;
-        place(Entry{uint64_t(link->priority) << 32 | uint64_t(nextArrival++) << 1 | !remember, link});
+        place(Entry{Entry::keyOf(link->priority, nextArrival++, !remember), link});
         if (remember) slot = Latest{link, link->priority};
     }
     std::size_t lastRun() const noexcept { return size < 3 ? size : at[2].key > at[3].key ? 2 : 3; }
@@ -178,7 +182,7 @@ private:
         size = 0;
         nextArrival = 0;
         for (Entry& e : all)
-            place(Entry{(e.key >> 32) << 32 | uint64_t(nextArrival++) << 1 | (e.key & 1), e.first});
+            place(Entry{Entry::keyOf(e.priority(), nextArrival++, !e.remembered()), e.first});
     }
 };
 
