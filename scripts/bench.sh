@@ -36,6 +36,8 @@ while (($#)); do
     esac
 done
 
+bash scripts/setup.sh >&2
+
 dir=build/bench
 {
     cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DOLE_BUILD_TESTS=OFF -DOLE_BUILD_TOOLS=OFF
