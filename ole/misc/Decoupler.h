@@ -35,6 +35,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace QvCmdProcessors {
@@ -164,6 +165,8 @@ private:
 
 /// A queue of commands in priority order (or arrival order), executed on demand by its owner. A queue starts
 /// a cache line, which holds its lock and its list: a thread that takes the lock has the list with it.
+/// Items posted without the lock (see post()) wait on a line of their own until the next operation under
+/// the lock moves them into the list.
 template <class TS = NoLocking, class Ctx = NoCtx>
 class alignas(64) Queue : private detail::QueueLocking<TS> {
 public:
@@ -175,7 +178,7 @@ public:
     Queue& operator=(const Queue&) = delete;
     /// Destroys the items still queued without executing them.
     virtual ~Queue() {
-        while (QueueLink* link = list_.takeFirst()) delete static_cast<Item*>(link);
+        while (QueueLink* link = items().takeFirst()) delete static_cast<Item*>(link);
     }
 
     void insert(const Command& command, unsigned priority) { link(new Item(command, priority)); }
@@ -185,7 +188,7 @@ public:
     bool isEmpty() const { return size() == 0; }
     unsigned size() const {
         Hold hold(*this);
-        return list_.size();
+        return const_cast<Queue*>(this)->items().size();
     }
 
     void executeHead() {
@@ -223,19 +226,38 @@ public:
 
     void flushAll() {
         Hold hold(*this);
-        while (QueueLink* link = list_.takeFirst()) delete static_cast<Item*>(link);
+        while (QueueLink* link = items().takeFirst()) delete static_cast<Item*>(link);
     }
     void flushHead() {
         Hold hold(*this);
-        delete static_cast<Item*>(list_.takeFirst());
+        delete static_cast<Item*>(items().takeFirst());
     }
     void flushPriorityAtLeast(unsigned p) {
         Hold hold(*this);
-        while (list_.first() && list_.first()->priority <= p) delete static_cast<Item*>(list_.takeFirst());
+        while (items().first() && list_.first()->priority <= p) delete static_cast<Item*>(list_.takeFirst());
     }
     void flushPriorityLessThan(unsigned p) {
         Hold hold(*this);
-        while (list_.last() && list_.last()->priority > p) delete static_cast<Item*>(list_.takeLast());
+        while (items().last() && list_.last()->priority > p) delete static_cast<Item*>(list_.takeLast());
+    }
+
+protected:
+    /// Queues `command` like insert() but, under ThreadSafe, without taking the lock: the item is pushed on
+    /// a lock-free intake stack that the next operation under the lock moves into the list, oldest first,
+    /// before it looks at the list. An item posted before an operation begins is therefore part of it, as
+    /// if inserted. This is for a producer feeding a consumer that works through the list: the producer
+    /// never waits for the consumer's lock, and the lock's line stays with the consumer. There is no
+    /// recursion check, so it is only for queues whose list work runs no code of the caller's.
+    void post(Command&& command, unsigned priority) {
+        Item* item = new Item(std::move(command), priority);
+        if constexpr (std::is_same_v<TS, ThreadSafe>) {
+            QueueLink* top = intake_.load(std::memory_order_relaxed);
+            do item->next = top;
+            while (!intake_.compare_exchange_weak(top, item, std::memory_order_seq_cst,
+                                                  std::memory_order_relaxed));
+        } else {
+            link(item);
+        }
     }
 
 private:
@@ -244,7 +266,31 @@ private:
 
     void link(Item* item) {
         Hold hold(*this);
-        list_.insert(item);
+        items().insert(item);
+    }
+
+    /// The list, with whatever was posted moved into it first; only under the lock.
+    PriorityList& items() noexcept {
+        if (intake_.load(std::memory_order_seq_cst)) absorb();
+        return list_;
+    }
+    void absorb() noexcept {
+        QueueLink* newest = intake_.exchange(nullptr, std::memory_order_seq_cst);
+        QueueLink* oldest = nullptr;
+        while (newest) {  // the stack holds the newest first: turn it round
+            QueueLink* next = newest->next;
+            // Each command's representation was written by the producer: fetch it now, alongside the walk,
+            // rather than one at a time as the commands run.
+            __builtin_prefetch(static_cast<Item*>(newest)->command.getRep(), 1);
+            newest->next = oldest;
+            oldest = newest;
+            newest = next;
+        }
+        while (oldest) {
+            QueueLink* next = oldest->next;
+            list_.insert(oldest);
+            oldest = next;
+        }
     }
 
     template <class F>
@@ -257,7 +303,7 @@ private:
     template <class Qualifies>
     void runWhile(Hold& hold, Ctx& context, End end, Qualifies qualifies, bool once = false) {
         for (;;) {
-            QueueLink* link = end == kFront ? list_.first() : list_.last();
+            QueueLink* link = end == kFront ? items().first() : items().last();
             if (!link || !qualifies(link)) return;
             end == kFront ? list_.takeFirst() : list_.takeLast();
             Item* item = static_cast<Item*>(link);
@@ -272,6 +318,8 @@ private:
     }
 
     PriorityList list_;  ///< guarded by the queue's lock (ThreadSafe)
+    /// Items posted and not yet in the list, newest first; pushed by any thread, emptied under the lock.
+    alignas(64) std::atomic<QueueLink*> intake_{nullptr};
 };
 
 // ---- worker thread --------------------------------------------------------------------------------------
@@ -301,7 +349,11 @@ protected:
     void startThread(const char* name, iThread::ePriority priority);
     /// Refuses further work, asks the thread to finish and waits up to 5 s for it.
     void stopThread();
-    void wake() { wake_->set(); }
+    /// Wakes the worker for what was just queued. An event that is still set has not been taken yet: the
+    /// worker's next pass, which looks at the queue after taking it, will find the new item.
+    void wake() {
+        if (!wake_->isSet()) wake_->set();
+    }
     bool stopping() const noexcept { return stopping_.load(std::memory_order_relaxed); }
 
     virtual bool runInit() = 0;
@@ -345,7 +397,7 @@ public:
     /// Queues `command` to run on the worker with `context`; ignored once destruction has begun.
     void insert(const Command& command, unsigned priority, const Ctx& context = Ctx()) {
         if (stopping()) return;
-        Queue<TS, NoCtx>::insert(prototype_.withParam(Pair{command, context}), priority);
+        Queue<TS, NoCtx>::post(prototype_.withParam(Pair{command, context}), priority);
         wake();
     }
 
