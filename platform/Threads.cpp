@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
@@ -11,10 +12,23 @@
 namespace Qv {
 
 // --- CriticalSection ------------------------------------------------------------------------------------
-// The lock word is 0 free, 1 held, 2 held with sleepers possible. A thread that finds it held looks again
-// after growing pauses (looking often would keep pulling the line from the holder, who writes it when it
-// leaves), a couple of hundred pauses in all; then it marks the word 2 and sleeps on it. leave() wakes one
-// sleeper when the word was 2.
+// The lock word is 0 free, 1 held. A thread that finds it held looks again after growing pauses (looking
+// often would keep pulling the line from the holder, who writes it when it leaves), a couple of hundred
+// pauses in all; then it counts itself in `sleepers_`, forces a barrier on every running thread of the
+// process and sleeps on the word while it reads 1. The holder leaves with a store of 0 followed by a read
+// of `sleepers_`: the forced barrier falls either before the store, and the sleeper sees the word free, or
+// after it, and the holder's read sees the sleeper. Either way no wake-up is lost.
+
+namespace {
+
+// Registers the process for expedited barriers once; false where the kernel refuses them.
+bool processBarrierAvailable() {
+    static const bool available =
+        ::syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+    return available;
+}
+
+}  // namespace
 
 void CriticalSection::enterContended() {
     for (int spin = 0, wait = 1; spin < 200; spin += wait, wait = wait < 32 ? 2 * wait : wait) {
@@ -25,9 +39,16 @@ void CriticalSection::enterContended() {
                                          std::memory_order_relaxed))
             return;
     }
-    while (state_.exchange(kContended, std::memory_order_acquire) != kFree)
-        ::syscall(SYS_futex, reinterpret_cast<int*>(&state_), FUTEX_WAIT_PRIVATE, kContended, nullptr,
-                  nullptr, 0);
+    sleepers_.fetch_add(1);
+    const bool barrier =
+        processBarrierAvailable() && ::syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0;
+    const timespec millisecond{0, 1000000};
+    for (int expected = kFree; !state_.compare_exchange_strong(expected, kHeld, std::memory_order_acquire,
+                                                               std::memory_order_relaxed);
+         expected = kFree)
+        ::syscall(SYS_futex, reinterpret_cast<int*>(&state_), FUTEX_WAIT_PRIVATE, kHeld,
+                  barrier ? nullptr : &millisecond, nullptr, 0);
+    sleepers_.fetch_sub(1);
 }
 
 void CriticalSection::wakeOne() {

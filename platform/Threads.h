@@ -28,6 +28,12 @@ namespace Qv {
 /// A recursive lock: the thread that holds it may enter again. A thread that finds it held spins briefly
 /// before it sleeps: the sections it guards are a few list operations long, and on a busy hand-off the
 /// holder is usually done before a sleep and a wake-up could be paid for.
+///
+/// Leaving is a plain store and a look at the count of sleepers, with no interlocked instruction: a thread
+/// about to sleep counts itself in and then makes every other running thread of the process pass a memory
+/// barrier (membarrier), so a holder that leaves either sees the count or has already freed the lock
+/// where the sleeper will see it. Where the kernel refuses membarrier, sleepers wake every millisecond to
+/// look again, so a wake-up missed in that window costs at most that delay.
 class OLE_API CriticalSection {
 public:
     CriticalSection() = default;
@@ -54,7 +60,9 @@ public:
     void leave() {
         if (--depth_ != 0) return;
         owner_.store(0, std::memory_order_relaxed);
-        if (state_.exchange(kFree, std::memory_order_release) == kContended) wakeOne();
+        state_.store(kFree, std::memory_order_release);
+        std::atomic_signal_fence(std::memory_order_seq_cst);  // the look below stays after the store
+        if (sleepers_.load(std::memory_order_relaxed) != 0) wakeOne();
     }
 
     /// Holds the section for the life of the scope.
@@ -70,7 +78,7 @@ public:
     };
 
 private:
-    enum : int { kFree = 0, kHeld = 1, kContended = 2 };
+    enum : int { kFree = 0, kHeld = 1 };
 
     /// A value unique to the calling thread while it lives, the same in every module of the process (an
     /// inline function's thread_local would be one per shared object).
@@ -86,6 +94,7 @@ private:
     void wakeOne();
 
     std::atomic<int> state_{kFree};
+    std::atomic<int> sleepers_{0};     ///< threads asleep on state_, or about to be
     unsigned depth_ = 0;               ///< entries by the owner; touched only by the owner
     std::atomic<uintptr_t> owner_{0};  ///< the owner's token, 0 when free
 };

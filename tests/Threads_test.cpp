@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <string>
@@ -37,6 +38,11 @@ TEST(Locks, CriticalSectionIsRecursiveAndExclusiveMutexTimesOut) {
         for (int i = 0; i < 10000; ++i) cs.enter(), ++counter, cs.leave();
     });
     EXPECT_EQ(counter, 40000);
+    cs.enter();  // held long enough for a waiter to go to sleep, which leaving must wake
+    auto sleeper = spawn([&] { return cs.enter(), cs.leave(), true; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    cs.leave();
+    EXPECT_EQ(sleeper.wait_for(std::chrono::milliseconds(kGiveUpMs)), std::future_status::ready);
 
     Qv::Mutex mutex;
     ASSERT_TRUE(mutex.lock());
