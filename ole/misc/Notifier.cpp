@@ -235,9 +235,10 @@ Notifier::~Notifier() {
 }
 
 void Notifier::issueNotification(const NotifyMsg& msg, int type) const {
-    NotifyMsg copy(msg);
-    copy.setType(type);
-    if (NotifyMsgRep* rep = copy.rep()) rep->setSender(this);
+    // The stamps are written before the copy is counted, so the interlocked count and the lock that
+    // follows it run back to back, with no store of ours waiting in between.
+    if (NotifyMsgRep* rep = msg.rep()) rep->setSender(this);
+    const NotifyMsg copy(msg.rep(), type);
     deliver(copy, type);
 }
 
