@@ -48,6 +48,15 @@ TEST(StreamFile, RunsOfEveryLengthPatchesAndReusedStrings) {
     LightweightString<char> text("wheel");
     EXPECT_TRUE(t.getString(text) && text == "rim" && t.getString(text) && text == "hub cap");
     EXPECT_TRUE(!t.getString(text) && text.empty() && t.failed());
+
+    // Texts of every length around the 16 bytes looked at a word at a time, among bytes of 0x81 and 0x01
+    // that a faulty zero-byte test would take for the terminator.
+    StreamFile many;
+    for (std::size_t n = 0; n <= 40; ++n)
+        many.writeBinary(std::string(n, n % 2 ? '\x81' : '\x01').c_str(), 0, false, false);
+    ASSERT_TRUE(many.seek(0));
+    for (std::size_t n = 0; n <= 40; ++n) EXPECT_EQ(many.getString().size(), n);
+    EXPECT_TRUE(many.atEnd() && !many.failed());
 }
 
 TEST(StreamFile, ReadsPastTheEndGiveZerosAndFlagTheStream) {

@@ -174,15 +174,30 @@ public:
     /// when given), or null on failure.
     const char* viewString(std::size_t* length = nullptr) {
         const char* start = reinterpret_cast<const char*>(store_.data() + pos_);
-        const void* nul = pos_ < size_ ? std::memchr(start, 0, size_ - pos_) : nullptr;
+        const char* nul = pos_ < size_ ? findNul(start, size_ - pos_) : nullptr;
         if (!nul) return noString(length);
-        const std::size_t n = std::size_t(static_cast<const char*>(nul) - start);
+        const std::size_t n = std::size_t(nul - start);
         pos_ += n + 1;
         if (length) *length = n;
         return start;
     }
 
 private:
+    /// The first NUL among the `n` bytes at `p`, or null. Stored texts are mostly short, so the next 16
+    /// bytes are tested a word at a time before memchr, whose call costs more than such a text.
+    static const char* findNul(const char* p, std::size_t n) noexcept {
+        static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the lowest flagged byte comes first");
+        if (n >= 16) {
+            for (int word = 0; word < 2; ++word, p += 8, n -= 8) {
+                uint64_t bytes;
+                std::memcpy(&bytes, p, sizeof bytes);
+                // Flags the first zero byte exactly; only bytes after it can be flagged wrongly.
+                const uint64_t zero = (bytes - 0x0101010101010101u) & ~bytes & 0x8080808080808080u;
+                if (zero) return p + (__builtin_ctzll(zero) >> 3);
+            }
+        }
+        return static_cast<const char*>(std::memchr(p, 0, n));
+    }
     bool writeSlow(const void* data, std::size_t length);
     bool readPastEnd(void* buffer, std::size_t length);
     /// viewString's failure: no terminator before the end.
