@@ -50,9 +50,11 @@ Word pack(void* top, uint64_t tagAndCount) {
 
 // The per-thread caches: one slot for each of the first kCacheSlots pools made in the process.
 constexpr uint32_t kCacheSlots = 24;
-constexpr uint32_t kCacheLimit = 128;  // blocks a thread keeps per pool
-constexpr uint32_t kHandBack = 64;     // blocks a full cache returns to the stack at once
-constexpr uint32_t kLookAhead = 16;    // how far down a chain a block's look-ahead points
+constexpr uint32_t kCacheLimit = 128;              // blocks a thread keeps per pool
+constexpr uint32_t kHandBack = 64;                 // blocks a full cache returns to the stack at once
+constexpr uint32_t kLookAhead = 16;                // how far down a chain a block's look-ahead points
+constexpr std::size_t kLine = 64;                  // a cache line
+constexpr std::size_t kRunBlockBytes = 2 * kLine;  // blocks up to this size (with header) are made in runs
 
 // A chain of free blocks linked through their headers. `room` is how many more it may take; both are
 // zero until the thread first uses the slot, and again once the thread has ended.
@@ -134,6 +136,8 @@ static Cache* threadCache(uint32_t slot, void (*handBack)() noexcept) {
 void* BlockPool::allocateSlow() {
     Block* last = nullptr;
     Block* block = pop(last);
+    const bool fresh = !block;
+    if (fresh) block = make(last);
     if (last) {  // the rest of a chain: into the cache, or back to the stack if there is no room
         Block* rest = block->link();
         Cache* cache = threadCache(cacheSlot_, &BlockPool::threadEnded);
@@ -145,15 +149,40 @@ void* BlockPool::allocateSlow() {
             pushChain(rest, last, kHandBack - 1);
         }
     }
-    const bool fresh = !block;
-    if (fresh) {
-        __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
-        block = static_cast<Block*>(OS()->allocator()->allocate(sizeof(Block) + blockSize_));
-        block->link(nullptr);
-    }
     block->end(nullptr);
     if (onPop_) onPop_(*this, block + 1, fresh);
     return block + 1;
+}
+
+// Takes new blocks from the heap. Small blocks of a cached pool come kHandBack at a time, linked like a
+// chain handed back (`last` names its last block), each starting a cache line: a queue node then costs
+// one line rather than two, and a run of them is one span of memory. Otherwise one block is made.
+BlockPool::Block* BlockPool::make(Block*& last) {
+    const std::size_t bytes = sizeof(Block) + blockSize_;
+    last = nullptr;
+    if (bytes > kRunBlockBytes || cacheSlot_ >= kCacheSlots) {
+        __atomic_add_fetch(&made_, 1, __ATOMIC_RELAXED);
+        auto* block = static_cast<Block*>(OS()->allocator()->allocate(bytes));
+        block->link(nullptr);
+        return block;
+    }
+    const std::size_t stride = (bytes + kLine - 1) / kLine * kLine;
+    const uintptr_t raw =
+        reinterpret_cast<uintptr_t>(OS()->allocator()->allocate(kHandBack * stride + kLine - 1));
+    const auto blockAt = [start = (raw + kLine - 1) & ~uintptr_t(kLine - 1), stride](uint32_t i) {
+        return reinterpret_cast<Block*>(start + i * stride);
+    };
+    for (uint32_t i = 0; i < kHandBack; ++i) {
+        Block* block = blockAt(i);
+        block->link(i + 1 < kHandBack ? blockAt(i + 1) : nullptr);
+        if (i + kLookAhead < kHandBack)
+            block->ahead(blockAt(i + kLookAhead));
+        else
+            block->end(nullptr);
+    }
+    __atomic_add_fetch(&made_, kHandBack, __ATOMIC_RELAXED);
+    last = blockAt(kHandBack - 1);
+    return blockAt(0);
 }
 
 void BlockPool::freeSlow(Block* block) noexcept {
