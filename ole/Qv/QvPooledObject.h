@@ -8,11 +8,11 @@
 /// A pool is a lock-free stack of free blocks: allocation pops a block, or takes a new one from the heap
 /// when the stack is empty (small blocks of a cached pool are made 64 at a time, each starting a cache
 /// line, and the rest wait in the thread's cache); freeing pushes it back. Blocks are never returned to the
-/// heap, so a pool is as large as the most blocks ever in use at once (plus what the thread caches below
-/// hold). The stack head is a pointer paired with a 64-bit word of change tag and free-block count, all
-/// replaced by one 128-bit compare-and-swap: the tag changes on every push and pop, so a thread that was
-/// delayed between reading the head and swapping it cannot succeed on a head that was popped and pushed back
-/// meanwhile (the ABA problem).
+/// heap, so a pool is as large as the most blocks ever in use at once, rounded up to whole runs (plus what
+/// the thread caches below hold). The stack head is a pointer paired with a 64-bit word of change tag and
+/// free-block count, all replaced by one 128-bit compare-and-swap: the tag changes on every push and pop, so
+/// a thread that was delayed between reading the head and swapping it cannot succeed on a head that was
+/// popped and pushed back meanwhile (the ABA problem).
 ///
 /// In front of the stack each thread keeps a small cache of free blocks per pool, used without atomics:
 /// freeing puts the block in the cache, allocation takes the most recently freed one. A thread goes to the
