@@ -145,38 +145,71 @@ private:
     std::thread worker_;
 };
 
+// The count a worker bumps and the producer polls, on a cache line of its own: sharing a line with the
+// producer's locals would make every insert wait for the worker's last bump, on either side.
+struct alignas(64) RunCount {
+    std::atomic<long> value{0};
+};
+
 void waitFor(const std::atomic<long>& counter, long target) {
     while (counter.load(std::memory_order_acquire) < target) std::this_thread::yield();
 }
 
+// Hands `batch` commands to the worker per iteration, cycling through `commands`, and waits until all ran.
 template <class Insert>
-void handOff(benchmark::State& state, std::atomic<long>& ran, const Command& bump, Insert insert) {
+void handOff(benchmark::State& state, std::atomic<long>& ran, const std::vector<Command>& commands,
+             Insert insert) {
     const long batch = state.range(0);  // 1: latency of one round trip; more: throughput
     long target = 0;
+    std::size_t next = 0;
     for (auto _ : state) {
-        for (long i = 0; i < batch; ++i) insert(bump);
+        for (long i = 0; i < batch; ++i, next = next + 1 == commands.size() ? 0 : next + 1)
+            insert(commands[next]);
         target += batch;
         waitFor(ran, target);
     }
     state.SetItemsProcessed(state.iterations() * batch);
 }
 
-void BM_HandOff_OleWorkerThreadQueue(benchmark::State& state) {
-    std::atomic<long> ran{0};
-    const Command bump(new Bump(ran));
+// One command handed over again and again, or (Many) 1,000 different ones in turn.
+std::vector<Command> bumps(std::atomic<long>& ran, std::size_t count) {
+    std::vector<Command> out;
+    for (std::size_t i = 0; i < count; ++i) out.emplace_back(new Bump(ran));
+    return out;
+}
+
+template <std::size_t kCommands>
+void handOffToWorker(benchmark::State& state) {
+    RunCount ran;
+    const std::vector<Command> commands = bumps(ran.value, kCommands);
     WorkerThreadQueue<ThreadSafe> worker("bench", QvDC::NullCommand<NoCtx, ThreadSafe>(),
                                          QvDC::NullCommand<NoCtx, ThreadSafe>());
-    handOff(state, ran, bump, [&](const Command& c) { worker.insert(c, 0); });
+    handOff(state, ran.value, commands, [&](const Command& c) { worker.insert(c, 0); });
+}
+template <std::size_t kCommands>
+void handOffToConditionVariable(benchmark::State& state) {
+    RunCount ran;
+    const std::vector<Command> commands = bumps(ran.value, kCommands);
+    ConditionVariableQueue worker;
+    handOff(state, ran.value, commands, [&](const Command& c) { worker.insert(c); });
+}
+
+void BM_HandOff_OleWorkerThreadQueue(benchmark::State& state) {
+    handOffToWorker<1>(state);
 }
 BENCHMARK(BM_HandOff_OleWorkerThreadQueue)->Arg(1)->Arg(1000)->UseRealTime();
-
 void BM_HandOff_ConditionVariableQueue(benchmark::State& state) {
-    std::atomic<long> ran{0};
-    const Command bump(new Bump(ran));
-    ConditionVariableQueue worker;
-    handOff(state, ran, bump, [&](const Command& c) { worker.insert(c); });
+    handOffToConditionVariable<1>(state);
 }
 BENCHMARK(BM_HandOff_ConditionVariableQueue)->Arg(1)->Arg(1000)->UseRealTime();
+void BM_HandOffMany_OleWorkerThreadQueue(benchmark::State& state) {
+    handOffToWorker<1000>(state);
+}
+BENCHMARK(BM_HandOffMany_OleWorkerThreadQueue)->Arg(1000)->UseRealTime();
+void BM_HandOffMany_ConditionVariableQueue(benchmark::State& state) {
+    handOffToConditionVariable<1000>(state);
+}
+BENCHMARK(BM_HandOffMany_ConditionVariableQueue)->Arg(1000)->UseRealTime();
 
 // ---- allocation -----------------------------------------------------------------------------------------
 

@@ -234,9 +234,13 @@ TEST(WorkerThreadQueue, RunsInOrderDrainsAtShutdownRefusesLateInsertsAndEndsWith
     ASSERT_TRUE(worker->threadRunning() && hasThreadNamed("ole-decoupler"));  // as the system sees it
     worker->insert(call<ThreadSafe>([&](NoCtx&) { return gate.wait(kGiveUpMs); }), 0);
     for (int id : {50, 11, 52, 33}) worker->insert(note<ThreadSafe>(ran, id), id / 10);
+    std::vector<int> expected{11, 33, 50, 52};
+    for (int id = 100; id < 1300; ++id) worker->insert(note<ThreadSafe>(ran, id), 7 + id % 2);  // > the ring
+    for (int odd : {0, 1})
+        for (int id = 100 + odd; id < 1300; id += 2) expected.push_back(id);
     gate.set();
     delete worker;
-    EXPECT_EQ(ran, (std::vector<int>{11, 33, 50, 52})) << "drained, and 99 refused while stopping";
+    EXPECT_EQ(ran, expected) << "drained in order, and 99 refused while stopping";
     EXPECT_TRUE(initThread != 0 && initThread == exitThread && initThread != syscall(SYS_gettid));
 
     oletest::LogCapture log;
@@ -250,7 +254,7 @@ TEST(WorkerThreadQueue, RunsInOrderDrainsAtShutdownRefusesLateInsertsAndEndsWith
         EXPECT_EQ(worker.threadExitCode(), 999);
         EXPECT_EQ(log.contains("Warning: WorkerTheadQueue init command threw an execption.\n"), throws);
     }
-    EXPECT_EQ(ran.size(), 4u) << "nothing runs after a failed init";
+    EXPECT_EQ(ran.size(), expected.size()) << "nothing runs after a failed init";
 }
 
 // Each command runs exactly once and none is lost at shutdown, with four threads inserting at once.

@@ -34,6 +34,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -159,14 +160,93 @@ private:
     bool insideLock_ = false;      ///< guarded by cs_
 };
 
+/// A bounded ring that any thread may post values to and one thread at a time takes them from, in the order
+/// the posts claimed their slots. A post claims a slot with a compare-and-swap on the write position, moves
+/// its value in and publishes the slot by storing its sequence number; taking a value frees its slot for
+/// the next lap. Slots are written by the posting thread and read in order by the taker, so a stream of
+/// posts costs the taker about one cache line per two values, and no allocation on either side.
+template <class T, uint32_t N>
+class PostRing {
+    static_assert((N & (N - 1)) == 0, "the ring's size is a power of two");
+
+public:
+    PostRing() : slots_(new Slot[N]), postTo_(slots_.get()), takeFrom_(slots_.get()) {
+        for (uint32_t i = 0; i < N; ++i) slots_[i].seq.store(i, std::memory_order_relaxed);
+    }
+    /// Destroys the values still posted; no post may be under way.
+    ~PostRing() {
+        takeAll([](T&&, uint32_t) {}, false);
+    }
+    PostRing(const PostRing&) = delete;
+    PostRing& operator=(const PostRing&) = delete;
+
+    /// Moves `value` with its tag into the ring; false, with `value` left as it was, when the ring is full.
+    /// Publishing is sequentially consistent: a thread that posts and then looks at a flag, and a taker that
+    /// clears the flag and then takes, cannot both miss each other.
+    bool post(T& value, uint32_t tag) noexcept {
+        static_assert(std::is_nothrow_move_constructible_v<T>, "a claimed slot is always published");
+        uint32_t pos = write_.load(std::memory_order_relaxed);
+        Slot* slot;
+        for (;;) {
+            slot = &postTo_[pos & (N - 1)];
+            const auto lap = int32_t(slot->seq.load(std::memory_order_acquire) - pos);
+            if (lap < 0) return false;  // still holds the value posted a lap ago
+            if (lap > 0)
+                pos = write_.load(std::memory_order_relaxed);  // another post took it
+            else if (write_.compare_exchange_weak(pos, pos + 1, std::memory_order_relaxed))
+                break;
+        }
+        new (slot->value) T(std::move(value));
+        slot->tag = tag;
+        slot->seq.store(pos + 1, std::memory_order_seq_cst);
+        return true;
+    }
+
+    /// Hands each value posted so far to `f(T&&, tag)`, oldest first. It stops at a slot that is claimed
+    /// and not yet published unless `waitForClaimed`, when it waits for that post to finish: a value
+    /// posted afterwards, by a thread that saw the earlier post, must not overtake it. Only one thread at
+    /// a time may take.
+    template <class F>
+    void takeAll(F&& f, bool waitForClaimed) {
+        for (;;) {
+            Slot& slot = takeFrom_[read_ & (N - 1)];
+            if (slot.seq.load(std::memory_order_seq_cst) != read_ + 1) {
+                if (!waitForClaimed || write_.load(std::memory_order_acquire) == read_) return;
+                __builtin_ia32_pause();
+                continue;
+            }
+            T* value = std::launder(reinterpret_cast<T*>(slot.value));
+            T taken(std::move(*value));
+            value->~T();
+            const uint32_t tag = slot.tag;
+            slot.seq.store(read_ + N, std::memory_order_release);
+            ++read_;
+            f(std::move(taken), tag);
+        }
+    }
+
+private:
+    struct alignas(32) Slot {
+        std::atomic<uint32_t> seq;
+        uint32_t tag;
+        alignas(T) unsigned char value[sizeof(T)];
+    };
+
+    // Each side keeps the slots' address beside the position it writes, on a line of its own, so that
+    // neither side's writes move the line the other reads.
+    const std::unique_ptr<Slot[]> slots_;
+    alignas(64) Slot* const postTo_;
+    std::atomic<uint32_t> write_{0};  ///< the next slot to claim
+    alignas(64) Slot* const takeFrom_;
+    uint32_t read_ = 0;  ///< the next slot to take; guarded by the taker
+};
+
 }  // namespace detail
 
 // ---- queue ----------------------------------------------------------------------------------------------
 
 /// A queue of commands in priority order (or arrival order), executed on demand by its owner. A queue starts
 /// a cache line, which holds its lock and its list: a thread that takes the lock has the list with it.
-/// Items posted without the lock (see post()) wait on a line of their own until the next operation under
-/// the lock moves them into the list.
 template <class TS = NoLocking, class Ctx = NoCtx>
 class alignas(64) Queue : private detail::QueueLocking<TS> {
 public:
@@ -242,22 +322,17 @@ public:
     }
 
 protected:
-    /// Queues `command` like insert() but, under ThreadSafe, without taking the lock: the item is pushed on
-    /// a lock-free intake stack that the next operation under the lock moves into the list, oldest first,
-    /// before it looks at the list. An item posted before an operation begins is therefore part of it, as
-    /// if inserted. This is for a producer feeding a consumer that works through the list: the producer
-    /// never waits for the consumer's lock, and the lock's line stays with the consumer. There is no
-    /// recursion check, so it is only for queues whose list work runs no code of the caller's.
-    void post(Command&& command, unsigned priority) {
-        Item* item = new Item(std::move(command), priority);
-        if constexpr (std::is_same_v<TS, ThreadSafe>) {
-            QueueLink* top = intake_.load(std::memory_order_relaxed);
-            do item->next = top;
-            while (!intake_.compare_exchange_weak(top, item, std::memory_order_seq_cst,
-                                                  std::memory_order_relaxed));
-        } else {
-            link(item);
-        }
+    /// Runs under the lock before every look at the list: a subclass that queues items elsewhere (see
+    /// WorkerThreadQueue) moves them into the list here with adopt(). An item queued before an operation
+    /// begins is therefore part of it, as if inserted.
+    virtual void absorbPosted() {}
+    /// Adds a command to the list; only from absorbPosted() or inside underLock().
+    void adopt(Command&& command, unsigned priority) { list_.insert(new Item(std::move(command), priority)); }
+    /// Runs `f` holding the queue's lock, with the recursion check.
+    template <class F>
+    void underLock(F&& f) {
+        Hold hold(*this);
+        f();
     }
 
 private:
@@ -270,27 +345,9 @@ private:
     }
 
     /// The list, with whatever was posted moved into it first; only under the lock.
-    PriorityList& items() noexcept {
-        if (intake_.load(std::memory_order_seq_cst)) absorb();
+    PriorityList& items() {
+        absorbPosted();
         return list_;
-    }
-    void absorb() noexcept {
-        QueueLink* newest = intake_.exchange(nullptr, std::memory_order_seq_cst);
-        QueueLink* oldest = nullptr;
-        while (newest) {  // the stack holds the newest first: turn it round
-            QueueLink* next = newest->next;
-            // Each command's representation was written by the producer: fetch it now, alongside the walk,
-            // rather than one at a time as the commands run.
-            __builtin_prefetch(static_cast<Item*>(newest)->command.getRep(), 1);
-            newest->next = oldest;
-            oldest = newest;
-            newest = next;
-        }
-        while (oldest) {
-            QueueLink* next = oldest->next;
-            list_.insert(oldest);
-            oldest = next;
-        }
     }
 
     template <class F>
@@ -318,8 +375,6 @@ private:
     }
 
     PriorityList list_;  ///< guarded by the queue's lock (ThreadSafe)
-    /// Items posted and not yet in the list, newest first; pushed by any thread, emptied under the lock.
-    alignas(64) std::atomic<QueueLink*> intake_{nullptr};
 };
 
 // ---- worker thread --------------------------------------------------------------------------------------
@@ -394,14 +449,35 @@ public:
     }
     ~WorkerThreadQueue() override { stopThread(); }
 
-    /// Queues `command` to run on the worker with `context`; ignored once destruction has begun.
+    /// Queues `command` to run on the worker with `context`; ignored once destruction has begun. The pair
+    /// goes into a ring without taking the queue's lock, and the worker wraps it in its command and moves
+    /// it into the queue before it next looks there, so the producer neither waits for the worker nor
+    /// allocates. When the ring is full (or the context's move may throw) the pair goes into the queue under
+    /// the lock, behind everything posted before it.
     void insert(const Command& command, unsigned priority, const Ctx& context = Ctx()) {
         if (stopping()) return;
-        Queue<TS, NoCtx>::post(prototype_.withParam(Pair{command, context}), priority);
+        Pair pair{command, context};
+        bool posted = false;
+        if constexpr (std::is_nothrow_move_constructible_v<Pair>) posted = posted_.post(pair, priority);
+        if (!posted) {
+            this->underLock([&] {
+                posted_.takeAll(adoptPosted(), true);
+                adoptPosted()(std::move(pair), priority);
+            });
+        }
         wake();
     }
 
 private:
+    static constexpr uint32_t kRingSize = 512;
+
+    auto adoptPosted() {
+        return [this](Pair&& pair, unsigned priority) {
+            this->adopt(prototype_.withParam(std::move(pair)), priority);
+        };
+    }
+    void absorbPosted() override { posted_.takeAll(adoptPosted(), false); }
+
     bool executeCommand(Job& job, NoCtx&) override {
         const Pair& pair = job.param();
         Ctx context = pair.context;
@@ -420,6 +496,7 @@ private:
     const Job prototype_;
     const Command init_;
     const Command exit_;
+    detail::PostRing<Pair, kRingSize> posted_;  ///< posted by any thread, taken under the queue's lock
 };
 
 // ---- completion port ------------------------------------------------------------------------------------
