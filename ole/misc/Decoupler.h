@@ -322,9 +322,10 @@ public:
     }
 
 protected:
-    /// Runs under the lock before every look at the list: a subclass that queues items elsewhere (see
-    /// WorkerThreadQueue) moves them into the list here with adopt(). An item queued before an operation
-    /// begins is therefore part of it, as if inserted.
+    /// For a subclass that queues items elsewhere (see WorkerThreadQueue): absorbPosted() then runs under
+    /// the lock before every look at the list and moves them into it with adopt(). An item queued before
+    /// an operation begins is therefore part of it, as if inserted.
+    Queue(bool prioritised, bool absorbs) : list_(prioritised), absorbs_(absorbs) {}
     virtual void absorbPosted() {}
     /// Adds a command to the list; only from absorbPosted() or inside underLock().
     void adopt(Command&& command, unsigned priority) { list_.insert(new Item(std::move(command), priority)); }
@@ -346,7 +347,7 @@ private:
 
     /// The list, with whatever was posted moved into it first; only under the lock.
     PriorityList& items() {
-        absorbPosted();
+        if (absorbs_) absorbPosted();
         return list_;
     }
 
@@ -375,6 +376,7 @@ private:
     }
 
     PriorityList list_;  ///< guarded by the queue's lock (ThreadSafe)
+    const bool absorbs_ = false;
 };
 
 // ---- worker thread --------------------------------------------------------------------------------------
@@ -443,7 +445,7 @@ public:
     /// uninitialised init command fails the start.
     WorkerThreadQueue(const char* name, const Command& init, const Command& exit,
                       iThread::ePriority priority = iThread::Normal, int unused = 0, bool prioritised = true)
-        : Queue<TS, NoCtx>(prioritised), prototype_(this), init_(init), exit_(exit) {
+        : Queue<TS, NoCtx>(prioritised, true), prototype_(this), init_(init), exit_(exit) {
         (void)unused;
         startThread(name, priority);
     }
