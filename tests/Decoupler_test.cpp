@@ -132,6 +132,10 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
         EXPECT_TRUE(ran == left && queue.isEmpty());
     }
     EXPECT_EQ(liveCalls.load(), 0);
+    using Item = QueueItem<NoCtx, TypeParam>;
+    const Item urgent(NullCommand<NoCtx, TypeParam>(), 1), later(NullCommand<NoCtx, TypeParam>(), 5);
+    EXPECT_TRUE(typename Item::priority_greater()(later, urgent) &&
+                !typename Item::priority_greater()(urgent, urgent));
 
     // Commands may use the queue running them, and a throwing one leaves the rest queued and unlocked.
     Queue<TypeParam> queue(true);
