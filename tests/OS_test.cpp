@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <random>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +32,29 @@ std::string readRest(const Qv::OSFile& file) {
     char buffer[4];  // small, so that each read continues where the last stopped
     const long n = file.read(buffer, sizeof buffer);
     return n > 0 ? std::string(buffer, std::size_t(n)) + readRest(file) : "";
+}
+
+// Freed small blocks wait for the next request of their size: whatever comes back must hold the request.
+TEST(Allocator, ABlockHandedOutAlwaysHoldsTheRequest) {
+    const Qv::Allocator& heap = *OS()->allocator();
+    std::vector<std::pair<void*, std::size_t>> held;
+    std::mt19937 random(3);
+    int tooSmall = 0;
+    for (int step = 0; step < 20000; ++step) {
+        if (held.size() < 64 || random() % 2) {
+            const std::size_t n = random() % 300;
+            void* block = heap.allocate(n);
+            tooSmall += malloc_usable_size(block) < n;
+            std::memset(block, 0xA5, n);
+            held.emplace_back(block, n);
+        } else {
+            std::swap(held[random() % held.size()], held.back());
+            heap.free(held.back().first);
+            held.pop_back();
+        }
+    }
+    for (const auto& block : held) heap.free(block.first);
+    EXPECT_EQ(tooSmall, 0);
 }
 
 TEST(FileSystem, OpenReadWriteSeekInEveryMode) {
