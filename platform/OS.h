@@ -29,7 +29,9 @@ public:
     static int32_t value(const int32_t* count) noexcept { return __atomic_load_n(count, __ATOMIC_ACQUIRE); }
 };
 
-/// The memory allocator of the library.
+/// The memory allocator of the library: the C heap, with a per-thread cache in front of it for small
+/// blocks (up to 256 bytes, at most 2 MiB a thread, handed back when the thread ends). Any thread may free
+/// a block that another allocated.
 class OLE_API Allocator {
 public:
     /// Never returns null: an exhausted heap is reported and the process ends.
