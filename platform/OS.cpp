@@ -55,7 +55,12 @@ struct SmallBlocks {
     static void release(void* self) noexcept;
 };
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__has_feature)  // Clang says so here; GCC defines __SANITIZE_ADDRESS__
+#if __has_feature(address_sanitizer)
+#define OLE_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(OLE_ADDRESS_SANITIZER)
 constexpr bool kHoldBlocks = false;
 #else
 constexpr bool kHoldBlocks = true;
