@@ -154,22 +154,24 @@ TYPED_TEST(QueueTest, OrdersStopsAtTheFirstItemThatDoesNotQualifyAndSurvivesReen
     EXPECT_EQ(ran.back(), 6);
 }
 
-// Random inserts and takes from both ends against a sorted model: few and many distinct priorities,
-// priorities that share a slot of the table of remembered runs (multiples of 65), and arrival
-// numbers about to run out.
+// Random bursts of inserts and takes from both ends against a sorted model: few and many distinct
+// priorities, priorities that differ only in their upper bytes, single items and bursts long enough to be
+// sorted by radix, a queue that grows and then shrinks.
 TEST(PriorityList, MatchesASortedModelAtBothEnds) {
-    const std::pair<unsigned, unsigned> draws[] = {{5, 1}, {40, 1}, {4, 65}, {1000, 1}, {0, 1}};  // 0: any
+    const std::pair<unsigned, unsigned> draws[] = {{1, 1}, {5, 1}, {40, 1}, {4, 1u << 24}, {1000, 1}, {0, 1}};
     for (const auto& [range, spacing] : draws)
-        for (const uint32_t firstArrival : {0u, PriorityList::kArrivals - 200}) {
-            std::mt19937 random(range);
-            PriorityList list(true, firstArrival);
+        for (const unsigned longest : {1u, 3u, 200u}) {
+            std::mt19937 random(range + longest);
+            PriorityList list(true);
             std::vector<QueueLink> links(6000);
             std::set<std::pair<unsigned, std::size_t>> model;  // priority, arrival
-            for (std::size_t step = 0, arrived = 0; step < links.size(); ++step) {
+            for (std::size_t step = 0, arrived = 0; arrived < links.size(); ++step) {
                 const unsigned r = random() % 8;
-                if (r < (2 * step < links.size() ? 5u : 3u)) {  // grows, then shrinks to a few runs
-                    links[arrived].priority = range ? random() % range * spacing : unsigned(random());
-                    list.insert(&links[arrived]), model.emplace(links[arrived].priority, arrived), ++arrived;
+                if (r < (4 * arrived < 3 * links.size() ? 5u : 3u)) {
+                    for (unsigned n = 1 + random() % longest; n-- && arrived < links.size(); ++arrived) {
+                        links[arrived].priority = range ? random() % range * spacing : unsigned(random());
+                        list.insert(&links[arrived]), model.emplace(links[arrived].priority, arrived);
+                    }
                 } else if (!model.empty()) {
                     const bool front = r % 2;
                     const auto it = front ? model.begin() : std::prev(model.end());
@@ -182,23 +184,6 @@ TEST(PriorityList, MatchesASortedModelAtBothEnds) {
             for (const auto& [priority, arrival] : model) ASSERT_EQ(list.takeFirst(), &links[arrival]);
             EXPECT_TRUE(!list.takeFirst() && !list.takeLast() && !list.first() && !list.last());
         }
-
-    // A run of 65 that finds its slot held by the run of 0s keeps its own last item; both ends.
-    PriorityList list(true);
-    QueueLink links[4];
-    for (QueueLink& link : links) link.priority = &link == &links[3] ? 65 : 0, list.insert(&link);
-    EXPECT_TRUE(list.takeFirst() == &links[0] && list.takeLast() == &links[3] && list.last() == &links[2] &&
-                list.takeLast() == &links[2] && list.takeFirst() == &links[1] && !list.first());
-
-    // Arrival numbers run out while runs wait: every 65 after the first 0 starts a run, the fourth run is
-    // numbered again with those before it, and the order holds.
-    PriorityList nearEnd(true, PriorityList::kArrivals - 3);
-    QueueLink more[7];
-    for (QueueLink& link : more)
-        link.priority = &link == &more[0] || &link == &more[5] ? 0 : 65, nearEnd.insert(&link);
-    for (QueueLink* expected : {&more[0], &more[5], &more[1], &more[2], &more[3]})
-        EXPECT_EQ(nearEnd.takeFirst(), expected);
-    EXPECT_TRUE(nearEnd.takeLast() == &more[6] && nearEnd.takeLast() == &more[4] && !nearEnd.first());
 }
 
 TEST(Queue, RecursiveAccessFromInsideTheLockThrows) {

@@ -15,252 +15,209 @@ namespace QvCmdProcessors {
 
 // ---- PriorityList ---------------------------------------------------------------------------------------
 
-namespace {
-
-// Levels of the heap below: the root's level is 0; even levels hold minima of their subtrees, odd maxima.
-bool onMinLevel(std::size_t i) noexcept {
-    return ((63 - __builtin_clzll(i)) & 1) == 0;
-}
-
-template <bool kMin>
-bool before(uint64_t a, uint64_t b) noexcept {
-    return kMin ? a < b : a > b;
-}
-
-}  // namespace
-
-// The order of a prioritised list. Items of one priority that arrive while their priority's latest run is
-// remembered join that run, a linked list in arrival order. A small direct-mapped table remembers a run of
-// a priority with its last item for as long as the run waits, if the slot was free when the run began: a
-// priority that is not found there starts a new run even if an older run of it waits, which keeps the
-// order exact because every item of the older run arrived before the new run began. A run that is not
-// remembered keeps its last item in its first item's `prev`. The runs wait in a min-max heap keyed by
-// priority and arrival number of their first item, with the lowest key bit saying whether the run is
-// remembered; the root is the most urgent run and the larger of its two children the least urgent, so
-// both ends are at hand. Joining a run or taking from a run that goes on is O(1); starting or ending one is
-// O(log r) for r runs waiting. The 16-byte entries are numbered from 1 in storage aligned to 64 bytes,
-// which puts the four grandchildren a step down the heap in one cache line.
-//
-// While a worker drains a queue that another thread fills, the two stay on separate cache lines: joining a
-// run writes only its slot and its last item, and taking from a remembered run that goes on writes only
-// the heap's root; the slot is written by the taker only when the run ends.
+// The order of a prioritised list. Inserted items wait in arrival order until the next look at either end,
+// which sorts them by priority, stably, into a run: a sorted array taken from both ends. Runs are kept
+// oldest first, and items of one priority in two runs arrived in the order of their runs, so a tie goes to
+// the older run at the front and to the newer one at the back. A new run that starts no earlier than the
+// newest run ends is appended to it (a queue of one priority keeps a single run); the newest runs are then
+// merged while the one before is at most four times as long, which keeps O(log n) runs and moves an item
+// O(log n) times in all. Sorting is by insertion for a few items and otherwise by radix on the priority's
+// bytes, skipping the bytes every item shares. Inserting is O(1), a look O(log n) amortised: nothing walks
+// the items, and a drain reads each run in order, so the items it is about to take are fetched early.
 struct PriorityList::Runs {
     struct Entry {
-        uint64_t key;  // priority, arrival number, and 1 when the run keeps its own last item
-        QueueLink* first;
-
-        /// The key of a run of priority p that arrived `arrival`-th; `own` when it keeps its last item.
-        static uint64_t keyOf(unsigned p, uint32_t arrival, bool own) noexcept {
-            return uint64_t(p) << 32 | uint64_t(arrival) << 1 | own;
-        }
-        unsigned priority() const noexcept { return unsigned(key >> 32); }
-        bool remembered() const noexcept { return !(key & 1); }
-    };
-    struct Latest {
-        QueueLink* last;  // null when the slot is free
+        Entry() noexcept {}  // left unset: buffers are sized just before they are filled
+        Entry(unsigned p, QueueLink* l) noexcept : priority(p), link(l) {}
         unsigned priority;
+        QueueLink* link;
     };
-    static constexpr std::align_val_t kLine{64};
-    static constexpr unsigned kLatestBits = 6;
+    using Entries = std::vector<Entry>;
+    struct Run {
+        Entries items;
+        std::size_t front = 0;  // the items before it are taken
 
-    explicit Runs(uint32_t firstArrival) : nextArrival(std::min(firstArrival, kArrivals)) {}
-    ~Runs() { ::operator delete(at, kLine); }
-    Runs(const Runs&) = delete;
-    Runs& operator=(const Runs&) = delete;
+        std::size_t size() const noexcept { return items.size() - front; }
+        const Entry& first() const noexcept { return items[front]; }
+        const Entry& last() const noexcept { return items.back(); }
+    };
+    static bool before(const Entry& a, const Entry& b) noexcept { return a.priority < b.priority; }
+    static constexpr std::size_t kAhead = 4;  // how many items ahead a drain fetches
 
-    // Small priorities, and those that differ in any 6-bit digit, get slots of their own.
-    Latest& latest(unsigned p) noexcept {
-        return remembered[(p ^ p >> 6 ^ p >> 12 ^ p >> 18 ^ p >> 24 ^ p >> 30) & ((1u << kLatestBits) - 1)];
-    }
-    // Where the last item of the run at heap entry `e` is kept.
-    QueueLink*& lastOf(const Entry& e) noexcept {
-        return e.remembered() ? latest(e.priority()).last : e.first->prev;
-    }
-    void start(QueueLink* link) {
-        if (nextArrival == kArrivals) renumber();
-        if (size + 1 >= capacity) grow();
-        link->prev = link;
-        link->next = nullptr;
-        Latest& slot = latest(link->priority);
-        const bool remember = !slot.last;
-        place(Entry{Entry::keyOf(link->priority, nextArrival++, !remember), link});
-        if (remember) slot = Latest{link, link->priority};
-    }
-    std::size_t lastRun() const noexcept { return size < 3 ? size : at[2].key > at[3].key ? 2 : 3; }
-    // Removes the run at `i`, whose only item is being taken.
-    void end(std::size_t i) noexcept {
-        if (at[i].remembered()) latest(at[i].priority()).last = nullptr;
-        if (i == 1 && size >= 8) {  // the next most urgent is almost surely the least grandchild
-            std::size_t m = 4;
-            for (std::size_t k = 5; k < 8; ++k) m = at[k].key < at[m].key ? k : m;
-            __builtin_prefetch(at[m].first);
-        }
-        onMinLevel(i) ? remove<true>(i) : remove<false>(i);
-        if (!size) nextArrival = 0;
-    }
+    void insert(QueueLink* link) { pending.emplace_back(link->priority, link); }
 
-    Entry* at = nullptr;  // at[1] .. at[size]
-    std::size_t size = 0;
-    std::size_t capacity = 0;
-    uint32_t nextArrival;
-    alignas(64) Latest remembered[1u << kLatestBits] = {};  // apart from the fields the taker reads
+    QueueLink* first() {
+        settle();
+        return runs.empty() ? nullptr : runs[firstRun].first().link;
+    }
+    QueueLink* last() {
+        settle();
+        return runs.empty() ? nullptr : runs[lastRun].last().link;
+    }
+    QueueLink* takeFirst() {
+        settle();
+        Run& run = runs[firstRun];
+        QueueLink* const link = run.items[run.front++].link;
+        if (run.size() > kAhead) __builtin_prefetch(run.items[run.front + kAhead].link);
+        taken(firstRun, kFront);
+        return link;
+    }
+    QueueLink* takeLast() {
+        settle();
+        Run& run = runs[lastRun];
+        QueueLink* const link = run.last().link;
+        run.items.pop_back();
+        taken(lastRun, kBack);
+        return link;
+    }
 
 private:
-    void place(const Entry& e) noexcept { bubbleUp(++size, e); }
-    // Fills the hole at `i` with `e` or with what must come down from above it. Below the hole everything
-    // already stands where `e` may stand above it.
-    void bubbleUp(std::size_t i, const Entry& e) noexcept {
-        if (i > 1) {
-            const std::size_t parent = i / 2;
-            // A key on the wrong side of its parent belongs to the parent's kind of level.
-            if (onMinLevel(i) ? e.key > at[parent].key : e.key < at[parent].key) {
-                at[i] = at[parent];
-                i = parent;
+    enum End { kFront, kBack };
+
+    // Files what is pending as a run.
+    void settle() {
+        if (pending.empty()) return;
+        sortPending();
+        runs.reserve(runs.size() + 1);
+        if (!runs.empty() && !before(pending.front(), runs.back().last())) {
+            Run& newest = runs.back();
+            if (newest.front >= newest.size()) {  // reclaim the taken half before growing
+                newest.items.erase(newest.items.begin(), newest.items.begin() + std::ptrdiff_t(newest.front));
+                newest.front = 0;
             }
-            i = onMinLevel(i) ? siftUp<true>(i, e) : siftUp<false>(i, e);
+            newest.items.insert(newest.items.end(), pending.begin(), pending.end());
+            pending.clear();
+        } else {
+            runs.push_back(Run{std::move(pending)});
+            pending = std::move(spare);
+            pending.clear();
         }
-        at[i] = e;
+        while (runs.size() >= 2 && runs[runs.size() - 2].size() <= 4 * runs.back().size()) mergeNewest();
+        findEnds();
     }
-    // Moves the hole at `i` up through the levels of its kind while `e` goes before the grandparent.
-    template <bool kMin>
-    std::size_t siftUp(std::size_t i, const Entry& e) noexcept {
-        for (; i >= 4 && before<kMin>(e.key, at[i / 4].key); i /= 4) at[i] = at[i / 4];
-        return i;
-    }
-    // Takes out the entry at `i`, on a level of kind kMin. The hole sinks along the least (or greatest)
-    // grandchildren without looking at the entry that will fill it, one cache line a level pair, and the
-    // last entry fills it from the bottom, where it almost always belongs.
-    template <bool kMin>
-    void remove(std::size_t i) noexcept {
-        const Entry last = at[size--];
-        if (i > size) return;
-        for (;;) {
-            // What the next step or the filling may read: the children, the children of every grandchild and
-            // their children, fetched while this step waits for its own line.
-            for (const std::size_t k : {2 * i, 8 * i, 8 * i + 4, 16 * i, 16 * i + 4, 16 * i + 8, 16 * i + 12})
-                if (k <= size) __builtin_prefetch(at + k);
-            const std::size_t child = 2 * i, grandchild = 4 * i;
-            if (grandchild > size) break;
-            std::size_t m = grandchild;
-            if (grandchild + 3 <= size) {  // a tournament of pairs: short chains, no unpredictable branches
-                const std::size_t a = before<kMin>(at[m + 1].key, at[m].key) ? m + 1 : m;
-                const std::size_t b = before<kMin>(at[m + 3].key, at[m + 2].key) ? m + 3 : m + 2;
-                m = before<kMin>(at[b].key, at[a].key) ? b : a;
-            } else {
-                for (std::size_t k = grandchild + 1; k <= size; ++k)
-                    if (before<kMin>(at[k].key, at[m].key)) m = k;
-                // The second child competes when it has no children of its own to stand for it.
-                if (child < size && size < grandchild + 2 && before<kMin>(at[child + 1].key, at[m].key))
-                    m = child + 1;
-            }
-            at[i] = at[m];
-            i = m;
+    void sortPending() {
+        if (std::is_sorted(pending.begin(), pending.end(), before)) return;
+        if (pending.size() <= 32) {
+            for (auto i = pending.begin() + 1; i != pending.end(); ++i)
+                for (auto j = i; j != pending.begin() && before(*j, j[-1]); --j) std::swap(*j, j[-1]);
+            return;
         }
-        // No grandchildren below: a child that must stand above `last` moves up first.
-        if (2 * i <= size) {
-            const std::size_t c =
-                2 * i < size && before<kMin>(at[2 * i + 1].key, at[2 * i].key) ? 2 * i + 1 : 2 * i;
-            if (before<kMin>(at[c].key, last.key)) {
-                at[i] = at[c];
-                i = c;
-            }
+        radixSort();
+    }
+    // Sorts by each byte of the priority in turn, least significant first, skipping bytes all items share.
+    __attribute__((noinline)) void radixSort() {
+        std::size_t counts[4][256] = {};
+        for (const Entry& e : pending)
+            for (unsigned d = 0; d < 4; ++d) ++counts[d][e.priority >> 8 * d & 255];
+        Entries out = std::move(spare);
+        out.resize(pending.size());
+        for (unsigned d = 0; d < 4; ++d) {
+            std::size_t* const count = counts[d];
+            if (count[pending.front().priority >> 8 * d & 255] == pending.size()) continue;  // one value
+            for (std::size_t b = 0, at = 0; b < 256; ++b) at += std::exchange(count[b], at);
+            for (const Entry& e : pending) out[count[e.priority >> 8 * d & 255]++] = e;
+            pending.swap(out);
         }
-        bubbleUp(i, last);
+        recycle(out);
     }
-    void grow() {
-        const std::size_t wanted = capacity ? 2 * capacity : 64;
-        Entry* bigger = static_cast<Entry*>(::operator new(wanted * sizeof(Entry), kLine));
-        if (size) std::memcpy(bigger + 1, at + 1, size * sizeof(Entry));
-        ::operator delete(at, kLine);
-        at = bigger;
-        capacity = wanted;
+    // Merges the newest run into the one before, from the back, in that run's own storage: the older
+    // items that go before every newer one stay where they are.
+    void mergeNewest() {
+        Run& older = runs[runs.size() - 2];
+        Run& newer = runs.back();
+        std::size_t i = older.items.size(), j = newer.items.size(), k = i + newer.size();
+        older.items.resize(k);
+        while (j > newer.front)
+            older.items[--k] = i > older.front && before(newer.items[j - 1], older.items[i - 1])
+                                   ? older.items[--i]
+                                   : newer.items[--j];
+        recycle(newer.items);
+        runs.pop_back();
     }
-    // Arrival numbers ran out: number the waiting runs again from 0, in the order they stand.
-    void renumber() {
-        std::vector<Entry> all(at + 1, at + 1 + size);
-        std::sort(all.begin(), all.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
-        size = 0;
-        nextArrival = 0;
-        for (Entry& e : all)
-            place(Entry{Entry::keyOf(e.priority(), nextArrival++, !e.remembered()), e.first});
+    // After a take from run i at `end`: drops the run if it is empty, and finds the end that moved.
+    void taken(std::size_t i, End end) noexcept {
+        if (runs[i].size()) return end == kFront ? findFirst() : findLast();
+        recycle(runs[i].items);
+        runs.erase(runs.begin() + std::ptrdiff_t(i));
+        findEnds();
     }
+    void findEnds() noexcept {
+        findFirst();
+        findLast();
+    }
+    void findFirst() noexcept {
+        firstRun = 0;
+        for (std::size_t i = 1; i < runs.size(); ++i)
+            if (before(runs[i].first(), runs[firstRun].first())) firstRun = i;
+    }
+    void findLast() noexcept {
+        lastRun = 0;
+        for (std::size_t i = 1; i < runs.size(); ++i)
+            if (!before(runs[i].last(), runs[lastRun].last())) lastRun = i;
+    }
+    // Keeps the larger of two buffers for the next sort or merge.
+    void recycle(Entries& buffer) noexcept {
+        if (buffer.capacity() > spare.capacity()) spare.swap(buffer);
+        buffer = Entries();
+        spare.clear();
+    }
+
+    Entries pending;                        // arrival order
+    std::vector<Run> runs;                  // oldest first
+    Entries spare;                          // storage kept for reuse
+    std::size_t firstRun = 0, lastRun = 0;  // the runs holding the two ends, when nothing is pending
 };
 
-PriorityList::PriorityList(bool prioritised, uint32_t firstArrival)
-    : runs_(prioritised ? new Runs(firstArrival) : nullptr) {}
+PriorityList::PriorityList(bool prioritised) : runs_(prioritised ? new Runs : nullptr) {}
 
 PriorityList::~PriorityList() {
     delete runs_;
 }
 
 void PriorityList::insert(QueueLink* link) {
-    ++count_;
-    if (!runs_) {
+    if (runs_) {
+        runs_->insert(link);
+    } else {
         link->prev = tail_;
         link->next = nullptr;
         (tail_ ? tail_->next : head_) = link;
         tail_ = link;
-        return;
     }
-    Runs::Latest& slot = runs_->latest(link->priority);
-    if (!slot.last || slot.priority != link->priority) return runs_->start(link);
-    link->prev = slot.last;
-    link->next = nullptr;
-    slot.last->next = link;
-    slot.last = link;
+    ++count_;
 }
 
-QueueLink* PriorityList::first() noexcept {
-    if (!runs_) return head_;
-    return runs_->size ? runs_->at[1].first : nullptr;
+QueueLink* PriorityList::first() {
+    return runs_ ? runs_->first() : head_;
 }
 
-QueueLink* PriorityList::last() noexcept {
-    if (!runs_) return tail_;
-    return runs_->size ? runs_->lastOf(runs_->at[runs_->lastRun()]) : nullptr;
+QueueLink* PriorityList::last() {
+    return runs_ ? runs_->last() : tail_;
 }
 
-QueueLink* PriorityList::takeFirst() noexcept {
+QueueLink* PriorityList::takeFirst() {
     if (!count_) return nullptr;
-    --count_;
     QueueLink* link;
-    if (!runs_) {
+    if (runs_) {
+        link = runs_->takeFirst();
+    } else {
         link = head_;
         head_ = link->next;
         (head_ ? head_->prev : tail_) = nullptr;
-        return link;
     }
-    link = runs_->at[1].first;
-    if (QueueLink* next = link->next) {  // the run goes on from its second item
-        next->prev = link->prev;         // the last item, if the run keeps it; otherwise unused
-        runs_->at[1].first = next;
-    } else {
-        runs_->end(1);
-    }
-    if (runs_->size) __builtin_prefetch(runs_->at[1].first);  // on its way while this item runs
+    --count_;
     return link;
 }
 
-QueueLink* PriorityList::takeLast() noexcept {
+QueueLink* PriorityList::takeLast() {
     if (!count_) return nullptr;
-    --count_;
     QueueLink* link;
-    if (!runs_) {
+    if (runs_) {
+        link = runs_->takeLast();
+    } else {
         link = tail_;
         tail_ = link->prev;
         (tail_ ? tail_->next : head_) = nullptr;
-        return link;
     }
-    const std::size_t i = runs_->lastRun();
-    QueueLink* first = runs_->at[i].first;
-    QueueLink*& last = runs_->lastOf(runs_->at[i]);
-    link = last;
-    if (link == first) {
-        runs_->end(i);
-    } else {
-        last = link->prev;
-        last->next = nullptr;
-    }
+    --count_;
     return link;
 }
 

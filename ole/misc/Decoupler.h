@@ -54,30 +54,25 @@ struct QueueLink {
     unsigned priority = 0;
 };
 
-/// The order of a queue's items, whatever they carry. A prioritised list keeps runs of items of one
-/// priority in arrival order, and the runs in a min-max heap keyed by priority and arrival, so the most and
-/// the least urgent item are both at hand. An item joins the latest run of its priority in O(1) when that
-/// run is remembered; otherwise it starts a run, in O(log r) for r runs waiting: never a walk over the
-/// items, whatever the queue's length. Runs are numbered from `firstArrival` (tests start near the end,
-/// kArrivals); when the numbers run out, the waiting runs are numbered again in their order. A list that is
-/// not prioritised is a linked list in arrival order. Not thread-safe.
+/// The order of a queue's items, whatever they carry. A prioritised list keeps its items in runs sorted by
+/// priority and arrival, so the most and the least urgent item are both at hand: an insert is O(1), and the
+/// first look at either end after some inserts sorts them into the runs, O(log n) amortised per item; never
+/// a walk over the items, whatever the queue's length. A list that is not prioritised is a linked list in
+/// arrival order. Not thread-safe.
 class OLE_API PriorityList {
 public:
-    /// Runs are numbered below kArrivals.
-    static constexpr uint32_t kArrivals = uint32_t(1) << 31;
-
-    explicit PriorityList(bool prioritised, uint32_t firstArrival = 0);
+    explicit PriorityList(bool prioritised);
     ~PriorityList();
     PriorityList(const PriorityList&) = delete;
     PriorityList& operator=(const PriorityList&) = delete;
 
     void insert(QueueLink* link);
     /// The first or last item, or null when empty.
-    QueueLink* first() noexcept;
-    QueueLink* last() noexcept;
+    QueueLink* first();
+    QueueLink* last();
     /// Unlink and return the first or last item; null when empty.
-    QueueLink* takeFirst() noexcept;
-    QueueLink* takeLast() noexcept;
+    QueueLink* takeFirst();
+    QueueLink* takeLast();
     unsigned size() const noexcept { return count_; }
 
 private:
@@ -328,7 +323,11 @@ protected:
     Queue(bool prioritised, bool absorbs) : list_(prioritised), absorbs_(absorbs) {}
     virtual void absorbPosted() {}
     /// Adds a command to the list; only from absorbPosted() or inside underLock().
-    void adopt(Command&& command, unsigned priority) { list_.insert(new Item(std::move(command), priority)); }
+    void adopt(Command&& command, unsigned priority) {
+        std::unique_ptr<Item> item(new Item(std::move(command), priority));
+        list_.insert(item.get());
+        item.release();
+    }
     /// Runs `f` holding the queue's lock, with the recursion check.
     template <class F>
     void underLock(F&& f) {
@@ -341,8 +340,10 @@ private:
     enum End { kFront, kBack };
 
     void link(Item* item) {
+        std::unique_ptr<Item> owned(item);  // freed if the lock or the list throws
         Hold hold(*this);
         items().insert(item);
+        owned.release();
     }
 
     /// The list, with whatever was posted moved into it first; only under the lock.
