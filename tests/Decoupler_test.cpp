@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <random>
 #include <set>
@@ -269,6 +270,27 @@ TEST(WorkerThreadQueue, StressFourProducers) {
         for (int i = 0; i < 6000 && executed < kPerProducer * kProducers - 1000; ++i) usleep(10000);
     }
     EXPECT_EQ(std::count(hits.begin(), hits.end(), 1), kPerProducer * kProducers);
+}
+
+// Two inserts, then a wait for both, many times: a worker that went to sleep with the second insert still
+// being made, while that insert saw the first one's wake-up still pending, would leave it waiting.
+TEST(WorkerThreadQueue, NeverSleepsWithAnInsertPending) {
+#ifndef __SANITIZE_THREAD__
+    constexpr int kRounds = 20000;
+#else
+    constexpr int kRounds = 2000;
+#endif
+    std::atomic<int> executed{0};
+    const auto bump = call<ThreadSafe>([&](NoCtx&) { return ++executed, true; });
+    WorkerThreadQueue<ThreadSafe> worker("ole-rounds", NullCommand<NoCtx, ThreadSafe>(),
+                                         NullCommand<NoCtx, ThreadSafe>());
+    for (int round = 1; round <= kRounds; ++round) {
+        worker.insert(bump, 0);
+        worker.insert(bump, 0);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (executed < 2 * round && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        ASSERT_EQ(executed, 2 * round) << "round " << round;
+    }
 }
 
 TEST(Pool, FourThreadsNeverShareABlockAndEveryBlockComesBack) {

@@ -157,16 +157,22 @@ private:
 
 /// A bounded ring that any thread may post values to and one thread at a time takes them from, in the order
 /// the posts claimed their slots. A post claims a slot with a compare-and-swap on the write position, moves
-/// its value in and publishes the slot by storing its sequence number; taking a value frees its slot for
-/// the next lap. Slots are written by the posting thread and read in order by the taker, so a stream of
-/// posts costs the taker about one cache line per two values, and no allocation on either side.
+/// its value in and publishes the slot by storing its sequence number. The taker only reads the slots: it
+/// tells the posting side how far it has taken through a count on a line of its own, which posts read
+/// only when their copy of it says the ring is full. So a slot's line moves from the poster to the taker
+/// and back only as a fresh copy, and a stream of posts costs the taker about one line per two values,
+/// with no allocation on either side.
+///
+/// A thread that posts and then looks at a flag, and a taker that clears the flag (with a
+/// read-modify-write) and then takes with `waitForClaimed`, cannot both miss each other: the claim is a
+/// sequentially consistent read-modify-write, and the taker waits for every claimed slot.
 template <class T, uint32_t N>
 class PostRing {
     static_assert((N & (N - 1)) == 0, "the ring's size is a power of two");
 
 public:
     PostRing() : slots_(new Slot[N]), postTo_(slots_.get()), takeFrom_(slots_.get()) {
-        for (uint32_t i = 0; i < N; ++i) slots_[i].seq.store(i, std::memory_order_relaxed);
+        for (uint32_t i = 0; i < N; ++i) slots_[i].seq.store(0, std::memory_order_relaxed);
     }
     /// Destroys the values still posted; no post may be under way.
     ~PostRing() {
@@ -176,24 +182,21 @@ public:
     PostRing& operator=(const PostRing&) = delete;
 
     /// Moves `value` with its tag into the ring; false, with `value` left as it was, when the ring is full.
-    /// Publishing is sequentially consistent: a thread that posts and then looks at a flag, and a taker that
-    /// clears the flag and then takes, cannot both miss each other.
     bool post(T& value, uint32_t tag) noexcept {
         static_assert(std::is_nothrow_move_constructible_v<T>, "a claimed slot is always published");
         uint32_t pos = write_.load(std::memory_order_relaxed);
-        Slot* slot;
-        for (;;) {
-            slot = &postTo_[pos & (N - 1)];
-            const auto lap = int32_t(slot->seq.load(std::memory_order_acquire) - pos);
-            if (lap < 0) return false;  // still holds the value posted a lap ago
-            if (lap > 0)
-                pos = write_.load(std::memory_order_relaxed);  // another post took it
-            else if (write_.compare_exchange_weak(pos, pos + 1, std::memory_order_relaxed))
-                break;
-        }
-        new (slot->value) T(std::move(value));
-        slot->tag = tag;
-        slot->seq.store(pos + 1, std::memory_order_seq_cst);
+        do {
+            if (pos - freedSeen_.load(std::memory_order_acquire) >= N) {  // full, as far as posts know
+                const uint32_t freed = freed_.load(std::memory_order_acquire);
+                freedSeen_.store(freed, std::memory_order_release);
+                if (pos - freed >= N) return false;
+            }
+        } while (!write_.compare_exchange_weak(pos, pos + 1, std::memory_order_seq_cst,
+                                               std::memory_order_relaxed));
+        Slot& slot = postTo_[pos & (N - 1)];
+        new (slot.value) T(std::move(value));
+        slot.tag = tag;
+        slot.seq.store(pos + 1, std::memory_order_release);
         return true;
     }
 
@@ -205,8 +208,8 @@ public:
     void takeAll(F&& f, bool waitForClaimed) {
         for (;;) {
             Slot& slot = takeFrom_[read_ & (N - 1)];
-            if (slot.seq.load(std::memory_order_seq_cst) != read_ + 1) {
-                if (!waitForClaimed || write_.load(std::memory_order_acquire) == read_) return;
+            if (slot.seq.load(std::memory_order_acquire) != read_ + 1) {
+                if (!waitForClaimed || write_.load(std::memory_order_seq_cst) == read_) break;
                 __builtin_ia32_pause();
                 continue;
             }
@@ -214,26 +217,26 @@ public:
             T taken(std::move(*value));
             value->~T();
             const uint32_t tag = slot.tag;
-            slot.seq.store(read_ + N, std::memory_order_release);
-            ++read_;
+            freed_.store(++read_, std::memory_order_release);
             f(std::move(taken), tag);
         }
     }
 
 private:
     struct alignas(32) Slot {
-        std::atomic<uint32_t> seq;
+        std::atomic<uint32_t> seq;  // the position it was posted at, plus one
         uint32_t tag;
         alignas(T) unsigned char value[sizeof(T)];
     };
 
-    // Each side keeps the slots' address beside the position it writes, on a line of its own, so that
-    // neither side's writes move the line the other reads.
+    // Each side keeps what it reads most beside what it writes, on a line of its own.
     const std::unique_ptr<Slot[]> slots_;
     alignas(64) Slot* const postTo_;
-    std::atomic<uint32_t> write_{0};  ///< the next slot to claim
+    std::atomic<uint32_t> write_{0};      ///< the next slot to claim
+    std::atomic<uint32_t> freedSeen_{0};  ///< the last count of freed slots a post read
     alignas(64) Slot* const takeFrom_;
-    uint32_t read_ = 0;  ///< the next slot to take; guarded by the taker
+    uint32_t read_ = 0;               ///< the next slot to take; guarded by the taker
+    std::atomic<uint32_t> freed_{0};  ///< slots below it are taken; written by the taker
 };
 
 }  // namespace detail
@@ -319,9 +322,11 @@ public:
 protected:
     /// For a subclass that queues items elsewhere (see WorkerThreadQueue): absorbPosted() then runs under
     /// the lock before every look at the list and moves them into it with adopt(). An item queued before
-    /// an operation begins is therefore part of it, as if inserted.
+    /// an operation begins is therefore part of it, as if inserted, unless an insert that began earlier
+    /// is still under way at the look; a look that finds the list empty waits for such inserts
+    /// (`waitForClaimed`), so an operation that runs the queue dry never leaves one behind.
     Queue(bool prioritised, bool absorbs) : list_(prioritised), absorbs_(absorbs) {}
-    virtual void absorbPosted() {}
+    virtual void absorbPosted(bool waitForClaimed) { (void)waitForClaimed; }
     /// Adds a command to the list; only from absorbPosted() or inside underLock().
     void adopt(Command&& command, unsigned priority) {
         std::unique_ptr<Item> item(new Item(std::move(command), priority));
@@ -348,7 +353,7 @@ private:
 
     /// The list, with whatever was posted moved into it first; only under the lock.
     PriorityList& items() {
-        if (absorbs_) absorbPosted();
+        if (absorbs_) absorbPosted(false);
         return list_;
     }
 
@@ -358,12 +363,46 @@ private:
         f(context);
     }
 
-    /// Takes items from `end` while `qualifies` holds and runs each with the lock released.
+    /// The item at `end`. A look that finds the list empty waits for posts still being made, so that an
+    /// operation never ends with a post missed; other looks take what has been posted so far.
+    QueueLink* look(End end) {
+        QueueLink* link = end == kFront ? items().first() : items().last();
+        if (link || !absorbs_) return link;
+        absorbPosted(true);
+        return end == kFront ? list_.first() : list_.last();
+    }
+
+    /// Commands a drain has run, dropped a batch at a time with the lock released. A command queued again
+    /// and again by another thread would otherwise have its count touched by both threads at every turn.
+    class Executed {
+    public:
+        Executed() = default;
+        Executed(const Executed&) = delete;
+        Executed& operator=(const Executed&) = delete;
+        ~Executed() { dropAll(); }
+
+        void keep(Command&& command) {
+            if (count_ == kBatch) dropAll();
+            held_[count_++] = std::move(command);
+        }
+        void dropAll() noexcept {
+            while (count_) held_[--count_] = Command();
+        }
+
+    private:
+        static constexpr unsigned kBatch = 64;
+        Command held_[kBatch];
+        unsigned count_ = 0;
+    };
+
+    /// Takes items from `end` while `qualifies` holds and runs each with the lock released. The commands
+    /// that ran are dropped before it returns, never under the lock.
     template <class Qualifies>
     void runWhile(Hold& hold, Ctx& context, End end, Qualifies qualifies, bool once = false) {
+        Executed executed;
         for (;;) {
-            QueueLink* link = end == kFront ? items().first() : items().last();
-            if (!link || !qualifies(link)) return;
+            QueueLink* link = look(end);
+            if (!link || !qualifies(link)) return hold.release();
             end == kFront ? list_.takeFirst() : list_.takeLast();
             Item* item = static_cast<Item*>(link);
             Command command(std::move(item->command));
@@ -371,7 +410,7 @@ private:
             hold.release();
             command.execute(context);
             if (once) return;
-            command = Command();
+            executed.keep(std::move(command));
             hold.acquire();
         }
     }
@@ -479,7 +518,9 @@ private:
             this->adopt(prototype_.withParam(std::move(pair)), priority);
         };
     }
-    void absorbPosted() override { posted_.takeAll(adoptPosted(), false); }
+    // The worker's last look of a pass waits for claimed slots: the insert that claimed one may have seen
+    // the wake event still set, and will not set it again.
+    void absorbPosted(bool waitForClaimed) override { posted_.takeAll(adoptPosted(), waitForClaimed); }
 
     bool executeCommand(Job& job, NoCtx&) override {
         const Pair& pair = job.param();
