@@ -213,6 +213,7 @@ public:
                 __builtin_ia32_pause();
                 continue;
             }
+            __builtin_prefetch(&takeFrom_[(read_ + 4) & (N - 1)]);  // two lines ahead
             T* value = std::launder(reinterpret_cast<T*>(slot.value));
             T taken(std::move(*value));
             value->~T();
@@ -515,6 +516,7 @@ private:
 
     auto adoptPosted() {
         return [this](Pair&& pair, unsigned priority) {
+            __builtin_prefetch(pair.command.getRep());  // read when it runs; here it is on its way
             this->adopt(prototype_.withParam(std::move(pair)), priority);
         };
     }
