@@ -245,7 +245,9 @@ private:
 // ---- queue ----------------------------------------------------------------------------------------------
 
 /// A queue of commands in priority order (or arrival order), executed on demand by its owner. A queue starts
-/// a cache line, which holds its lock and its list: a thread that takes the lock has the list with it.
+/// a cache line, which holds its lock and its list: a thread that takes the lock has the list with it. An
+/// operation that runs several commands lets go of them in batches of up to 64, with the lock released,
+/// and of the last ones before it returns.
 template <class TS = NoLocking, class Ctx = NoCtx>
 class alignas(64) Queue : private detail::QueueLocking<TS> {
 public:
@@ -384,15 +386,16 @@ private:
 
         void keep(Command&& command) {
             if (count_ == kBatch) dropAll();
-            held_[count_++] = std::move(command);
+            ::new (held_ + count_++ * sizeof(Command)) Command(std::move(command));
         }
         void dropAll() noexcept {
-            while (count_) held_[--count_] = Command();
+            while (count_)
+                std::launder(reinterpret_cast<Command*>(held_ + --count_ * sizeof(Command)))->~Command();
         }
 
     private:
         static constexpr unsigned kBatch = 64;
-        Command held_[kBatch];
+        alignas(Command) unsigned char held_[kBatch * sizeof(Command)];  // made only as commands are kept
         unsigned count_ = 0;
     };
 
