@@ -41,7 +41,8 @@ struct PriorityList::Runs {
         const Entry& last() const noexcept { return items.back(); }
     };
     static bool before(const Entry& a, const Entry& b) noexcept { return a.priority < b.priority; }
-    static constexpr std::size_t kAhead = 4;  // how many items ahead a drain fetches
+    static constexpr std::size_t kAhead = 4;    // how many items ahead a drain fetches
+    static constexpr std::size_t kKept = 4096;  // entries an empty list keeps room for (64 KiB)
 
     void insert(QueueLink* link) { pending.emplace_back(link->priority, link); }
 
@@ -133,11 +134,16 @@ private:
         recycle(newer.items);
         runs.pop_back();
     }
-    // After a take from run i at `end`: drops the run if it is empty, and finds the end that moved.
+    // After a take from run i at `end`: drops the run if it is empty, and finds the end that moved. A list
+    // that runs empty lets go of large buffers, so that a burst does not keep its memory for good.
     void taken(std::size_t i, End end) noexcept {
         if (runs[i].size()) return end == kFront ? findFirst() : findLast();
         recycle(runs[i].items);
         runs.erase(runs.begin() + std::ptrdiff_t(i));
+        if (runs.empty()) {
+            if (spare.capacity() > kKept) spare = Entries();
+            if (pending.capacity() > kKept) pending = Entries();
+        }
         findEnds();
     }
     void findEnds() noexcept {
