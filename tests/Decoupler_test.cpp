@@ -249,11 +249,7 @@ TEST(WorkerThreadQueue, RunsInOrderDrainsAtShutdownRefusesLateInsertsAndEndsWith
 
 // Each command runs exactly once and none is lost at shutdown, with four threads inserting at once.
 TEST(WorkerThreadQueue, StressFourProducers) {
-#ifndef __SANITIZE_THREAD__
     constexpr int kPerProducer = 100000, kProducers = 4;
-#else
-    constexpr int kPerProducer = 10000, kProducers = 4;
-#endif
     std::atomic<int> executed{0};
     std::vector<std::atomic<unsigned char>> hits(kPerProducer * kProducers);
     const auto hit = call<ThreadSafe, int>([&](int& id) { return ++hits[id], ++executed, true; });
@@ -275,11 +271,7 @@ TEST(WorkerThreadQueue, StressFourProducers) {
 // Two inserts, then a wait for both, many times: a worker that went to sleep with the second insert still
 // being made, while that insert saw the first one's wake-up still pending, would leave it waiting.
 TEST(WorkerThreadQueue, NeverSleepsWithAnInsertPending) {
-#ifndef __SANITIZE_THREAD__
     constexpr int kRounds = 20000;
-#else
-    constexpr int kRounds = 2000;
-#endif
     std::atomic<int> executed{0};
     const auto bump = call<ThreadSafe>([&](NoCtx&) { return ++executed, true; });
     WorkerThreadQueue<ThreadSafe> worker("ole-rounds", NullCommand<NoCtx, ThreadSafe>(),
