@@ -54,7 +54,8 @@ TEST(EditorPreferences, ValuesOfEveryTypeDefaultsAndListeners) {
     EXPECT_EQ(all.heard, (std::vector<std::string>{"nWidth", "nTitle"}));
     EXPECT_TRUE(other.heard.empty());
 
-    EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5 && (PrefVal<int>("nWidth", 0) == 720));
+    EXPECT_TRUE(width.hasValue() && quiet.getValue() == 2.5 && (PrefVal<int>("nWidth", 0) == 720) &&
+                (width != 640) && !(title != Text("news")));
 
     all.guard.reset(), width = 800;
     EXPECT_TRUE(all.heard.size() == 2 && one.heard.size() == 2);

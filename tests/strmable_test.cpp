@@ -227,7 +227,7 @@ TEST(StreamObjectManager, ReadsObjectsOfRegisteredClassesAndSkipsOthers) {
               (std::vector<int>{1, 0, -1, 1}));
 }
 
-TEST(Streamable, ChunkAsBinaryAndAssign) {
+TEST(Streamable, ChunkAsBinaryAssignAndTooManyLayers) {
     Blob out, in;
     out.block = Qv::Ptr<iMemHolder>(new MemHolder("\x01\x02\x03", 3));
     ASSERT_TRUE(unpack(in, packed(out)).first == STRM_OK && in.block != nullptr);
@@ -235,4 +235,12 @@ TEST(Streamable, ChunkAsBinaryAndAssign) {
 
     EXPECT_EQ(oletest::stdoutOf([&] { in.assign(out); }),
               "assertion failed assign is not supported by this class at ole/misc/strmable line 124\n");
+
+    // A hierarchy deeper than the layer list holds: the extra layer is left out, with its assertion line.
+    StreamableLayerList layers;
+    const StreamableLayer layer{"L", 1, nullptr, nullptr};
+    for (unsigned i = 0; i < StreamableLayerList::kMaxLayers; ++i) layers.push(layer);
+    EXPECT_EQ(oletest::stdoutOf([&] { layers.push(layer); }),
+              "assertion failed count_ < kMaxLayers at ole/misc/strmable line 175\n");
+    EXPECT_EQ(layers.size(), StreamableLayerList::kMaxLayers);
 }
