@@ -92,8 +92,13 @@ private:
             pending = std::move(spare);
             pending.clear();
         }
-        while (runs.size() >= 2 && runs[runs.size() - 2].size() <= 4 * runs.back().size()) mergeNewest();
+        findEnds();  // right as they stand, should a merge below run out of memory
+        if (!mergeDue()) return;
+        while (mergeDue()) mergeNewest();
         findEnds();
+    }
+    bool mergeDue() const noexcept {
+        return runs.size() >= 2 && runs[runs.size() - 2].size() <= 4 * runs.back().size();
     }
     void sortPending() {
         if (std::is_sorted(pending.begin(), pending.end(), before)) return;
